@@ -1,0 +1,21 @@
+// Prompts for programs without a GUI: messages go to standard error, questions get the
+// answers configured beforehand.
+#pragma once
+
+#include "app/user_prompts.hpp"
+
+class ConsolePrompts : public UserPrompts {
+public:
+    std::shared_ptr<ShownMessage> show(const PromptMessage& message) override;
+    void exec(const PromptMessage& message) override;
+    QString askSaveFileName(const QString& title, const QString& directory, const QString& filter) override;
+    QString askOpenFileName(const QString& title, const QString& directory, const QString& filter) override;
+    std::optional<QString> askText(const QString& title, const QString& label, const QString& initial) override;
+
+    void setSaveFileName(const QString& name) { saveFileName_ = name; }
+    void setOpenFileName(const QString& name) { openFileName_ = name; }
+
+private:
+    QString saveFileName_;
+    QString openFileName_;
+};
