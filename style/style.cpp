@@ -2,7 +2,7 @@
 // Kept in one place so every window and box reads the same.
 #include "style/style.hpp"
 
-#include <QAbstractButton>
+#include <QPushButton>
 #include <QFile>
 #include <QMessageBox>
 #include <QStyleFactory>
@@ -34,7 +34,7 @@ void Style::setupMsgBox(QMessageBox& box) {
     box.setStyleSheet(styleSheet());
     box.setFont(font(10));
     box.setStandardButtons(QMessageBox::NoButton);
-    QAbstractButton* ok = box.addButton("Ok", QMessageBox::AcceptRole);
+    QPushButton* ok = box.addButton("Ok", QMessageBox::AcceptRole);
     ok->setFont(font(10, true));
     ok->setStyleSheet(buttonStyle());
 }
