@@ -1,0 +1,215 @@
+// GlViewer: GL set-up and the Qt-way teardown of its objects, the ground rings, and the
+// per-frame drawing with the metrics overlay.
+#include "viewer/gl_viewer.hpp"
+
+#include <QFile>
+#include <QMatrix4x4>
+#include <QOpenGLContext>
+#include <QPainter>
+#include <QSurfaceFormat>
+
+#include <cmath>
+#include <iostream>
+
+#include "viewer/skeleton_primitives.hpp"
+#include "viewer/viewer_resources.hpp"
+
+namespace {
+
+QByteArray shaderSource(const char* path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return QByteArray();
+    return file.readAll();
+}
+
+QMatrix4x4 toQt(const lum::Matrix4f& m) {
+    return QMatrix4x4(m.ptr());  // both row-major
+}
+
+}  // namespace
+
+GlViewer::GlViewer(QWidget* parent) : QOpenGLWidget(parent), background(0.12f, 0.13f, 0.16f) {
+    QSurfaceFormat format;
+    format.setVersion(3, 3);
+    format.setProfile(QSurfaceFormat::CoreProfile);
+    format.setDepthBufferSize(24);
+    setFormat(format);
+    setFocusPolicy(Qt::StrongFocus);
+    camera_.setProjection(90.f, 90.f, 0.05f, 100.f);
+    ResetPosition();
+}
+
+GlViewer::~GlViewer() {
+    QObject::disconnect(contextConnection);
+    if (!context()) return;
+    makeCurrent();
+    releaseGL();
+    doneCurrent();
+}
+
+void GlViewer::initShader(QOpenGLShaderProgram& program, const char* vertexSource, const char* fragmentSource) {
+    auto* vertex = new QOpenGLShader(QOpenGLShader::Vertex, &program);
+    auto* fragment = new QOpenGLShader(QOpenGLShader::Fragment, &program);
+    vertex->compileSourceCode(vertexSource);
+    fragment->compileSourceCode(fragmentSource);
+    program.addShader(vertex);
+    program.addShader(fragment);
+    program.bindAttributeLocation("vertex", 0);
+    program.bindAttributeLocation("texCoord", 1);
+    if (!program.link() || !program.bind()) {
+        std::cout << "-> prog log : " << program.log().toStdString() << "\n"
+                  << "-> vshader log : " << vertex->log().toStdString() << "\n"
+                  << "-> fshader log : " << fragment->log().toStdString() << std::endl;
+    }
+    program.release();
+}
+
+void GlViewer::addSKeleton(const lum::BodyData& body, Simple3DObject& target, const lum::Vector4f& colour,
+                           bool withJoints) {
+    addSkeletonPrimitive(body, target, colour, withJoints);
+}
+
+lum::Matrix4f GlViewer::cameraPose(int cameraNumber) const {
+    auto it = cameras.find(cameraNumber);
+    return it == cameras.end() ? lum::Matrix4f() : it->second.pose;
+}
+
+void GlViewer::initializeGL() {
+    initializeOpenGLFunctions();
+    initViewerResources();
+    // A new context (the widget was re-parented) starts from a clean slate.
+    QObject::disconnect(contextConnection);
+    contextConnection = connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] {
+        makeCurrent();
+        releaseGL();
+        doneCurrent();
+    });
+
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glEnable(GL_LINE_SMOOTH);
+    glHint(GL_LINE_SMOOTH_HINT, GL_NICEST);
+    glEnable(GL_PROGRAM_POINT_SIZE);
+
+    const QByteArray basicVertex = shaderSource(":/shaders/basic.vert");
+    const QByteArray basicFragment = shaderSource(":/shaders/basic.frag");
+    basicProgram = std::make_unique<QOpenGLShaderProgram>();
+    initShader(*basicProgram, basicVertex.constData(), basicFragment.constData());
+    skeletonProgram = std::make_unique<QOpenGLShaderProgram>();
+    initShader(*skeletonProgram, shaderSource(":/shaders/skeleton.vert").constData(),
+               shaderSource(":/shaders/skeleton.frag").constData());
+    pointCloudProgram = std::make_unique<QOpenGLShaderProgram>();
+    initShader(*pointCloudProgram, shaderSource(":/shaders/pointcloud.vert").constData(),
+               basicFragment.constData());
+
+    buildRings();
+    for (auto& map : maps)
+        if (!map) map = std::make_unique<SubMapObj>();
+    if (!fusedSkeletons) fusedSkeletons = std::make_unique<Simple3DObject>();
+    if (skyBox) skyBox->initializeGL();
+    bodyColors.init();
+    cameraColors.init();
+}
+
+void GlViewer::buildRings() {
+    rings.clear();
+    const lum::Vector4f lime(217.f / 255.f, 1.f, 66.f / 255.f, 1.f);
+    for (int i = 0; i < 10; ++i) {
+        const float t = 0.1f * float(i);
+        const lum::Vector4f colour(lime.x * (1.f - t) + background.x * t, lime.y * (1.f - t) + background.y * t,
+                                   lime.z * (1.f - t) + background.z * t, 1.f);
+        auto ring = std::make_unique<Simple3DObject>();
+        ring->isStatic = true;
+        ring->setDrawingType(GL_LINE_LOOP);
+        const float radius = float(i + 1);
+        ring->addPoint(lum::Vector3f(radius, 0.f, 0.f), colour);
+        for (int k = 1; k < 48; ++k) {
+            const double angle = 2.0 * M_PI * k / 48.0;
+            ring->addPoint(lum::Vector3f(radius * float(std::cos(angle)), 0.f, radius * float(std::sin(angle))),
+                           colour);
+        }
+        ring->pushToGPU();
+        rings.push_back(std::move(ring));
+    }
+}
+
+void GlViewer::releaseGL() {
+    std::lock_guard<std::mutex> lock(dataMutex);
+    rings.clear();
+    cameras.clear();
+    fusedSkeletons.reset();
+    rawSkeletons.clear();
+    for (auto& map : maps) map.reset();
+    skyBox.reset();
+    basicProgram.reset();
+    skeletonProgram.reset();
+    pointCloudProgram.reset();
+}
+
+void GlViewer::resizeGL(int width, int height) {
+    const qreal scale = devicePixelRatioF();  // 1 except on high-density screens
+    glViewport(0, 0, int(width * scale), int(height * scale));
+    constexpr double kRadToDeg = 57.29577951308232;
+    camera_.setProjection(float(2.0 * std::atan(width / 1000.0) * kRadToDeg),
+                          float(2.0 * std::atan(height / 1000.0) * kRadToDeg), camera_.getZNear(),
+                          camera_.getZFar());
+}
+
+void GlViewer::paintGL() {
+    // The text overlay paints with QPainter, which leaves its own blend state behind.
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glClearColor(background.x, background.y, background.z, 1.f);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (!basicProgram || !pointCloudProgram || !fusedSkeletons || !maps[0] || !maps[1]) return;
+
+    std::lock_guard<std::mutex> lock(dataMutex);
+    const bool showRaw = SharedData::getInstance().showRawData.load();
+    if (isVisible()) {
+        for (auto& entry : cameras) entry.second.model->pushToGPU();
+        fusedSkeletons->pushToGPU();
+        for (auto& entry : rawSkeletons) entry.second->pushToGPU();
+        for (auto& map : maps) map->pushToGPU();
+    }
+    camera_.update();
+    const QMatrix4x4 vp = toQt(camera_.getViewProjectionMatrix());
+
+    if (skyBox) skyBox->draw(vp);
+    glEnable(GL_DEPTH_TEST);
+    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+
+    basicProgram->bind();
+    basicProgram->setUniformValue("u_mvpMatrix", vp);
+    for (auto& ring : rings) ring->draw();
+
+    pointCloudProgram->bind();
+    pointCloudProgram->setUniformValue("pointsize", pointSize);
+    pointCloudProgram->setUniformValue("u_mvpMatrix", vp);
+    for (auto& map : maps) map->draw();
+
+    basicProgram->bind();
+    for (auto& entry : cameras) {
+        basicProgram->setUniformValue("u_mvpMatrix", vp * toQt(entry.second.pose));
+        entry.second.model->draw();
+    }
+    basicProgram->setUniformValue("u_mvpMatrix", vp);
+    if (showRaw)
+        for (auto& entry : rawSkeletons) entry.second->draw();
+    fusedSkeletons->draw();
+    basicProgram->release();
+    glDisable(GL_DEPTH_TEST);
+    printText();
+}
+
+void GlViewer::printText() {
+    if (metricsText.empty() || !SharedData::getInstance().showMetrics.load()) return;
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::TextAntialiasing);
+    QFont font = painter.font();
+    font.setPointSize(9);
+    painter.setFont(font);
+    for (const ObjectClassName& line : metricsText) {
+        painter.setPen(QColor::fromRgbF(line.color.x, line.color.y, line.color.z, line.color.w));
+        painter.drawText(QPointF(line.position.x, line.position.y), QString::fromStdString(line.name));
+    }
+}

@@ -1,0 +1,82 @@
+// GlViewer: mouse, wheel and key steering of the viewer camera. Actions change only the
+// camera; the picture follows at the next repaint.
+#include "viewer/gl_viewer.hpp"
+
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QWheelEvent>
+
+#include <cmath>
+
+namespace {
+
+// Halves round upward: 2.5 gives 3 and -2.5 gives -2.
+lum::Vector2f roundedPosition(const QPointF& p) {
+    return {std::floor(float(p.x()) + 0.5f), std::floor(float(p.y()) + 0.5f)};
+}
+
+}  // namespace
+
+void GlViewer::setViewpoint(const lum::Translation& position, const lum::Translation& direction,
+                            const lum::Translation& offset) {
+    camera_.setPosition(position);
+    camera_.setDirection(direction, lum::Translation(0.f, 1.f, 0.f));
+    camera_.setOffsetFromPosition(offset);
+}
+
+void GlViewer::ResetPosition() {
+    setViewpoint({0.f, 2.f, 3.f}, {0.f, -1.4f, -1.5f}, {0.f, 0.f, 4.f});
+}
+
+void GlViewer::mousePressEvent(QMouseEvent* event) {
+    if (!(event->buttons() & (Qt::LeftButton | Qt::RightButton))) return;
+    mouseButton = true;
+    previousMouseMotion = roundedPosition(event->localPos());
+}
+
+void GlViewer::mouseReleaseEvent(QMouseEvent*) {
+    mouseButton = false;
+}
+
+void GlViewer::mouseMoveEvent(QMouseEvent* event) {
+    if (!mouseButton) return;
+    const lum::Vector2f current = roundedPosition(event->localPos());
+    if (event->buttons() & Qt::LeftButton) {
+        mouseMotion = {(current.x - previousMouseMotion.x) / 5.f, (current.y - previousMouseMotion.y) / 5.f};
+        rotateCamera();
+        previousMouseMotion = current;
+    }
+    if (event->buttons() & Qt::RightButton) {
+        mouseMotion = {(current.x - previousMouseMotion.x) / 10.f, (current.y - previousMouseMotion.y) / 10.f};
+        translateCamera();
+        previousMouseMotion = current;
+    }
+}
+
+void GlViewer::wheelEvent(QWheelEvent* event) {
+    const int steps = event->angleDelta().y() / 8;
+    camera_.translate(lum::Translation(camera_.getForward() * (-float(steps) * 0.01f)));
+}
+
+void GlViewer::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+        case Qt::Key_Left: mouseMotion = {-0.1f, 0.f}; translateCamera(); break;
+        case Qt::Key_Right: mouseMotion = {0.1f, 0.f}; translateCamera(); break;
+        case Qt::Key_Up: mouseMotion = {0.f, -0.1f}; translateCamera(); break;
+        case Qt::Key_Down: mouseMotion = {0.f, 0.1f}; translateCamera(); break;
+        case Qt::Key_R: ResetPosition(); break;
+        case Qt::Key_T: setViewpoint({0.f, 1.5f, -0.8f}, {0.f, -1.4f, -1.5f}, {0.f, 0.f, 4.f}); break;
+        case Qt::Key_O: setViewpoint({0.f, 0.f, 0.f}, {0.f, 0.f, -1.f}, {0.f, 0.f, 1.f}); break;
+        default: QOpenGLWidget::keyPressEvent(event); break;
+    }
+}
+
+void GlViewer::rotateCamera() {
+    camera_.rotate(lum::Rotation(mouseMotion.x * 0.03f, lum::Translation(-camera_.getVertical())));
+    camera_.rotate(lum::Rotation(mouseMotion.y * 0.03f, camera_.getRight()));
+}
+
+void GlViewer::translateCamera() {
+    camera_.translate(lum::Translation(camera_.getRight() * (mouseMotion.x * 0.2f)));
+    camera_.translate(lum::Translation(camera_.getUp() * (mouseMotion.y * 0.2f)));
+}
