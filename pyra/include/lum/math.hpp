@@ -129,6 +129,7 @@ struct Translation : Vector3f {
     Translation(float x_, float y_, float z_) : Vector3f(x_, y_, z_) {}
     Translation(const Vector3f& v) : Vector3f(v) {}  // NOLINT
     Translation operator*(const Orientation& o) const;  // rotate this vector by o
+    using Vector3f::operator*;                          // scaling stays visible beside the rotation
     Translation& operator=(const Vector3f& v) { Vector3f::operator=(v); return *this; }
     float& tx() { return x; }
     float& ty() { return y; }

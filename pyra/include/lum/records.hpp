@@ -121,6 +121,7 @@ public:
     bool isInit() const { return isInit_; }
     bool isLive() const { return isLive_; }
     int getNumber() const { return number_; }
+    bool isFromSerialNumber() const { return bySerialNumber_; }
 
     // Raw member access, used when a room entry is copied field by field.
     INPUT_TYPE type_ = INPUT_TYPE::USB;
@@ -129,6 +130,7 @@ public:
     bool isInit_ = false;
     bool isLive_ = true;
     int number_ = 0;                   // serial number or camera id
+    bool bySerialNumber_ = false;      // number_ is a serial number rather than a camera id
 };
 
 // One camera of a room.
@@ -168,6 +170,7 @@ struct CameraMetrics {
     bool is_present = false;
     float ratio_detection = 0.f;   // share of frames with at least one body
     float delta_ts = 0.f;          // seconds between this camera's frame and the synced set
+    uint64_t dropped_frames = 0;   // malformed or foreign frames received and thrown away
 };
 
 struct FusionMetrics {

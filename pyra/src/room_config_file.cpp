@@ -1,0 +1,131 @@
+// Room configuration files on disk: oversized files are refused unread, and writes go through
+// a temporary file renamed over the target, so a crash never leaves half a room file.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "lum/fusion.hpp"
+#include "room_document.hpp"
+
+namespace lum {
+namespace {
+
+void report(const std::string& message, std::string* error) {
+    if (error) *error = message;
+    else std::cerr << message << std::endl;
+}
+
+bool readWholeFile(const std::string& path, std::string& text, std::string& problem) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) {
+        problem = std::strerror(errno);
+        return false;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        problem = "not a regular file";
+        return false;
+    }
+    if (static_cast<unsigned long long>(info.st_size) > room::kMaxDocumentBytes) {
+        problem = "larger than " + std::to_string(room::kMaxDocumentBytes >> 20) + " MiB, not a room configuration";
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        problem = std::string("cannot be opened: ") + std::strerror(errno);
+        return false;
+    }
+    // Bounded even if the file grows while we read it.
+    text.resize(room::kMaxDocumentBytes + 1);
+    in.read(&text[0], static_cast<std::streamsize>(text.size()));
+    if (in.bad()) {
+        problem = "read failed";
+        return false;
+    }
+    text.resize(static_cast<size_t>(in.gcount()));
+    return true;
+}
+
+bool writeAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool replaceFile(const std::string& path, const std::string& bytes, std::string& problem) {
+    std::string temporary = path + ".XXXXXX";
+    const int fd = ::mkstemp(&temporary[0]);
+    if (fd < 0) {
+        problem = std::string("cannot create a temporary file beside it: ") + std::strerror(errno);
+        return false;
+    }
+    errno = 0;
+    // mkstemp makes the file private; a room file is an ordinary document.
+    int failure = (writeAll(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0) ? 0 : (errno ? errno : EIO);
+    if (::close(fd) != 0 && failure == 0) failure = errno;
+    if (failure == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) failure = errno;
+    if (failure == 0) return true;
+    ::unlink(temporary.c_str());
+    problem = std::string("cannot be written: ") + std::strerror(failure);
+    return false;
+}
+
+}  // namespace
+
+std::vector<FusionConfiguration> readFusionConfiguration(const std::string& jsonText,
+                                                         COORDINATE_SYSTEM coordinateSystem, UNIT unit,
+                                                         std::string* error) {
+    std::vector<FusionConfiguration> configurations;
+    std::string problem;
+    if (!room::fromText(jsonText, coordinateSystem, unit, configurations, problem))
+        report("room configuration: " + problem, error);
+    return configurations;
+}
+
+std::vector<FusionConfiguration> readFusionConfigurationFile(const std::string& path,
+                                                             COORDINATE_SYSTEM coordinateSystem, UNIT unit,
+                                                             std::string* error) {
+    std::vector<FusionConfiguration> configurations;
+    const std::string fullPath = room::expandHome(path);
+    std::string text, problem;
+    if (!readWholeFile(fullPath, text, problem) ||
+        !room::fromText(text, coordinateSystem, unit, configurations, problem))
+        report(fullPath + ": " + problem, error);
+    return configurations;
+}
+
+bool writeConfigurationFile(const std::string& path, const std::vector<FusionConfiguration>& configurations,
+                            COORDINATE_SYSTEM coordinateSystem, UNIT unit, std::string* error) {
+    const std::string fullPath = room::expandHome(path);
+    nlohmann::json document;
+    std::string problem, text;
+    if (!room::toDocument(configurations, coordinateSystem, unit, document, problem)) {
+        report(fullPath + ": " + problem, error);
+        return false;
+    }
+    try {
+        text = document.dump(4) + "\n";
+    } catch (const nlohmann::json::exception& e) {
+        // Only text that is not UTF-8 (an address, a path) gets here.
+        report(fullPath + ": cannot be written: " + e.what(), error);
+        return false;
+    }
+    if (!replaceFile(fullPath, text, problem)) {
+        report(fullPath + ": " + problem, error);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace lum

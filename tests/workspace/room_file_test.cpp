@@ -1,0 +1,84 @@
+// Tests of Halden's own room document writer: the exact text it produces, and agreement
+// with the library's reader and writer.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "workspace/room_file.hpp"
+
+namespace {
+
+using lum::COORDINATE_SYSTEM;
+using lum::UNIT;
+
+lum::FusionConfiguration camera(int serial, const std::string& ip, int port) {
+    lum::FusionConfiguration c;
+    c.serial_number = serial;
+    c.communication_parameters.setForLocalNetwork(ip, port);
+    return c;
+}
+
+TEST(RoomDocument, ExactTextForTheEdgeCases) {
+    EXPECT_EQ(roomfile::writeDocument({}, COORDINATE_SYSTEM::IMAGE, UNIT::MILLIMETER).dump(), "{}");
+
+    // Identity pose, negative and zero serials, members sorted at every level.
+    const auto doc = roomfile::writeDocument({camera(-5, "10.0.0.1", 30000), camera(0, "", 0)},
+                                             COORDINATE_SYSTEM::IMAGE, UNIT::MILLIMETER);
+    EXPECT_EQ(doc.dump(),
+              R"({"-5":{"input":{"fusion":{"configuration":{"ip":"10.0.0.1","port":30000},"type":"LOCAL_NETWORK"},)"
+              R"("pyra":{"configuration":"-5"}},"world":{"rotation":[0.0,0.0,0.0],"translation":[0.0,0.0,0.0]}},)"
+              R"("0":{"input":{"fusion":{"configuration":{"ip":"","port":0},"type":"LOCAL_NETWORK"},)"
+              R"("pyra":{"configuration":"0"}},"world":{"rotation":[0.0,0.0,0.0],"translation":[0.0,0.0,0.0]}}})");
+
+    // Millimetres become metres; floats are widened, not rounded to float text.
+    auto c = camera(1000, "h", 1);
+    c.pose.setTranslation(lum::Translation(1000.f, 0.1f * 1000.f, -250.f));
+    c.pose.setRotationVector(lum::Vector3f(0.1f, 0.f, 0.f));
+    auto world = roomfile::write(c, COORDINATE_SYSTEM::IMAGE, UNIT::MILLIMETER)["world"];
+    EXPECT_EQ(world["translation"].dump(), "[1.0,0.10000000149011612,-0.25]");
+    EXPECT_EQ(world["rotation"].dump(), "[0.10000000149011612,0.0,0.0]");
+
+    // Same serial twice: one member, the later record; "1000" sorts before "999".
+    const auto twice = roomfile::writeDocument({camera(999, "a", 1), camera(1000, "b", 2), camera(999, "c", 3)},
+                                               COORDINATE_SYSTEM::IMAGE, UNIT::METER);
+    ASSERT_EQ(twice.size(), 2u);
+    EXPECT_EQ(twice.begin().key(), "1000");
+    EXPECT_EQ(twice["999"]["input"]["fusion"]["configuration"]["ip"], "c");
+}
+
+TEST(RoomDocument, AgreesWithTheLibraryInEveryFrame) {
+    std::vector<lum::FusionConfiguration> room = {camera(11, "192.168.0.2", 30000), camera(22, "192.168.0.3", 30002)};
+    room[0].pose.setRotationVector(lum::Vector3f(0.3f, -1.2f, 2.f));
+    room[0].pose.setTranslation(lum::Translation(1.5f, 2.25f, -0.5f));
+    room[1].pose.setRotationVector(lum::Vector3f(-2.f, 0.1f, 0.4f));
+    room[1].pose.setTranslation(lum::Translation(-3.f, 0.75f, 4.f));
+    for (auto& c : room) c.input_type.setFromSerialNumber(static_cast<unsigned>(c.serial_number));
+
+    const std::string path = ::testing::TempDir() + "room_document_" + std::to_string(::getpid()) + ".json";
+    for (int s = 0; s < int(COORDINATE_SYSTEM::LAST); ++s) {
+        const auto system = COORDINATE_SYSTEM(s);
+        const auto doc = roomfile::writeDocument(room, system, UNIT::METER);
+
+        // The library reads Halden's document back to the same poses.
+        std::string error;
+        const auto read = lum::readFusionConfiguration(doc.dump(), system, UNIT::METER, &error);
+        ASSERT_EQ(read.size(), room.size()) << error;
+        for (size_t i = 0; i < room.size(); ++i)
+            for (int k = 0; k < 16; ++k) EXPECT_NEAR(read[i].pose.m[k], room[i].pose.m[k], 2e-6f) << s;
+
+        // The library's file is Halden's document plus the input kind.
+        ASSERT_TRUE(lum::writeConfigurationFile(path, room, system, UNIT::METER, &error)) << error;
+        auto library = nlohmann::json::parse(std::ifstream(path));
+        for (auto& [key, cam] : library.items()) {
+            EXPECT_EQ(cam["input"]["pyra"]["type"], "USB_SERIAL");
+            cam["input"]["pyra"].erase("type");
+        }
+        EXPECT_EQ(library, doc) << s;
+    }
+    std::remove(path.c_str());
+}
+
+}  // namespace
