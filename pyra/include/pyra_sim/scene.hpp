@@ -1,0 +1,116 @@
+// The simulated room behind our lum cameras: scene loading, ground truth and what each
+// camera sees. For tests, tools and benchmarks only; Halden's own code never includes it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lum/math.hpp"
+#include "lum/records.hpp"
+#include "lum/types.hpp"
+
+namespace pyra_sim {
+
+// Room frame: metres, right-handed, y up, floor at y = 0, room centred on x = z = 0.
+// Camera frames: x right, y up, looking along -z (coordinate system 2).
+
+struct NoiseSettings {
+    float depthSigmaAt3m = 0.015f;  // metres, at depth mode 4; grows with depth squared
+    float lateralSigmaPx = 2.f;
+    float focalPx = 700.f;
+    float biasTowardCamera = 0.03f;  // metres along the viewing ray
+    float missingRate = 0.03f;       // share of visible keypoints reported missing
+    float swapRate = 0.005f;         // share of frames with left and right exchanged
+};
+
+struct FaultSettings {
+    bool failToOpen = false;
+    double grabErrorAfterSeconds = -1.0;       // < 0: never
+    double stopPublishingAfterSeconds = -1.0;  // < 0: never
+    std::array<int, 3> reportedVersion{5, 1, 0};
+};
+
+struct CameraSpec {
+    unsigned int serial = 0;
+    lum::Transform pose;  // camera to room
+    float fps = 30.f;
+    float horizontalFovDeg = 100.f;
+    float verticalFovDeg = 70.f;
+    float minDepth = 0.3f;
+    float maxDepth = 10.f;
+    lum::BODY_FORMAT bodyFormat = lum::BODY_FORMAT::BODY_18;
+    bool pluggedIn = true;     // listed by the USB device list of this computer
+    double phaseSeconds = -1;  // < 0: drawn from the seed
+    NoiseSettings noise;
+    FaultSettings faults;
+};
+
+struct PeopleSettings {
+    int count = 1;
+    float minHeight = 1.5f;
+    float maxHeight = 1.95f;
+    float minSpeed = 0.9f;  // metres per second
+    float maxSpeed = 1.4f;
+    float pauseProbability = 0.25f;  // per walk segment
+};
+
+struct Scene {
+    float width = 6.f;   // along x
+    float length = 6.f;  // along z
+    float height = 3.f;
+    uint64_t seed = 1;
+    std::vector<CameraSpec> cameras;
+    PeopleSettings people;
+};
+
+// The embedded default room: 6 m x 6 m, four cameras high in the corners, one walker.
+Scene defaultScene();
+// Parses a scene document; false with a message naming the field on any problem.
+bool parseScene(const std::string& jsonText, Scene& scene, std::string* error);
+bool loadScene(const std::string& path, Scene& scene, std::string* error);
+// The scene of this process: the file named by PYRA_SIM_SCENE, else the default.
+// A broken file is reported once on standard error and the default used instead.
+Scene activeScene();
+// Replaces the scene of this process (tools and tests).
+void setActiveScene(const Scene& scene);
+const CameraSpec* findCamera(const Scene& scene, unsigned int serial);
+// This process plays another machine: every scene camera counts as plugged in.
+void setAllCamerasPluggedIn(bool all);
+bool allCamerasPluggedIn();
+
+// Clock phase of a camera in [0, 1/fps): frames are taken at phase + k / fps.
+double cameraPhase(const Scene& scene, const CameraSpec& camera);
+
+struct TrueBody {
+    int id = 0;
+    float height = 0.f;
+    std::vector<lum::Vector3f> keypoints;  // room frame, metres
+};
+
+// Where every person's keypoints are at a time (nanoseconds since the epoch).
+std::vector<TrueBody> peopleAt(const Scene& scene, uint64_t timestampNs, lum::BODY_FORMAT format);
+
+struct ObservationOptions {
+    lum::DEPTH_MODE depthMode = lum::DEPTH_MODE::ULTRA;
+    float confidenceThreshold = 20.f;  // bodies below it are dropped (0..100)
+    lum::COORDINATE_SYSTEM coordinateSystem = lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP;
+    lum::UNIT unit = lum::UNIT::METER;
+};
+
+// Ground truth of one reported body, aligned with the reported list.
+struct ObservedTruth {
+    int id = 0;
+    bool swapped = false;
+    std::vector<lum::Vector3f> keypoints;  // noise free, same frame and unit as the report
+};
+
+// What `camera` reports at a frame time: its bodies with the noise of the scene.
+lum::Bodies observe(const Scene& scene, const CameraSpec& camera, uint64_t timestampNs,
+                    const ObservationOptions& options, std::vector<ObservedTruth>* truth = nullptr);
+
+// Depth noise of a camera at a depth, in metres, for a depth mode.
+float depthSigma(const NoiseSettings& noise, float depth, lum::DEPTH_MODE mode);
+
+}  // namespace pyra_sim

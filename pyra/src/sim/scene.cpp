@@ -1,0 +1,303 @@
+// Scene documents: the embedded default room and strict parsing of scene files.
+// Every field is optional with the documented default; a wrong type is named, never guessed.
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "pyra_sim/scene.hpp"
+#include "sim/hash_random.hpp"
+
+namespace pyra_sim {
+
+namespace {
+
+using nlohmann::json;
+
+// Camera at `position` whose -z axis looks at `target`, y as close to the room's up as possible.
+lum::Transform lookAt(const lum::Vector3f& position, const lum::Vector3f& target) {
+    lum::Vector3f back = (position - target).normalised();
+    lum::Vector3f up(0.f, 1.f, 0.f);
+    if (std::fabs(lum::Vector3f::dot(back, up)) > 0.999f) up = lum::Vector3f(0.f, 0.f, -1.f);
+    lum::Vector3f x = lum::Vector3f::cross(up, back).normalised();
+    lum::Vector3f y = lum::Vector3f::cross(back, x);
+    lum::Transform t;
+    for (int r = 0; r < 3; ++r) {
+        t(r, 0) = x[r];
+        t(r, 1) = y[r];
+        t(r, 2) = back[r];
+        t(r, 3) = position[r];
+    }
+    return t;
+}
+
+// Reads typed fields and keeps the first problem, named by its path in the document.
+class FieldReader {
+public:
+    explicit FieldReader(std::string* error) : error_(error) {}
+    bool ok() const { return ok_; }
+
+    void fail(const std::string& path, const std::string& what) {
+        if (ok_ && error_) *error_ = "\"" + path + "\" " + what;
+        ok_ = false;
+    }
+
+    template <typename T>
+    void number(const json& object, const char* key, const std::string& path, T& value, double lo, double hi) {
+        auto it = object.find(key);
+        if (it == object.end()) return;
+        std::string where = path + key;
+        if (!it->is_number()) return fail(where, "must be a number");
+        double v = it->get<double>();
+        if (!std::isfinite(v) || v < lo || v > hi) {
+            std::ostringstream range;
+            range << "must be between " << lo << " and " << hi;
+            return fail(where, range.str());
+        }
+        value = static_cast<T>(v);
+    }
+
+    void boolean(const json& object, const char* key, const std::string& path, bool& value) {
+        auto it = object.find(key);
+        if (it == object.end()) return;
+        if (!it->is_boolean()) return fail(path + key, "must be true or false");
+        value = it->get<bool>();
+    }
+
+    bool vector3(const json& object, const char* key, const std::string& path, lum::Vector3f& value) {
+        auto it = object.find(key);
+        if (it == object.end()) return false;
+        if (!it->is_array() || it->size() != 3) {
+            fail(path + key, "must be an array of 3 numbers");
+            return false;
+        }
+        for (size_t i = 0; i < 3; ++i) {
+            if (!(*it)[i].is_number() || !std::isfinite((*it)[i].get<double>()) ||
+                std::fabs((*it)[i].get<double>()) > 1e4) {
+                fail(path + key, "must be an array of 3 finite numbers");
+                return false;
+            }
+            value[i] = (*it)[i].get<float>();
+        }
+        return true;
+    }
+
+    const json* object(const json& parent, const char* key, const std::string& path) {
+        auto it = parent.find(key);
+        if (it == parent.end()) return nullptr;
+        if (!it->is_object()) {
+            fail(path + key, "must be an object");
+            return nullptr;
+        }
+        return &*it;
+    }
+
+private:
+    std::string* error_;
+    bool ok_ = true;
+};
+
+void readNoise(FieldReader& in, const json& j, const std::string& path, NoiseSettings& n) {
+    in.number(j, "depth_sigma_at_3m", path, n.depthSigmaAt3m, 0.0, 1.0);
+    in.number(j, "lateral_sigma_px", path, n.lateralSigmaPx, 0.0, 100.0);
+    in.number(j, "focal_px", path, n.focalPx, 1.0, 1e5);
+    in.number(j, "bias", path, n.biasTowardCamera, -1.0, 1.0);
+    in.number(j, "missing_rate", path, n.missingRate, 0.0, 1.0);
+    in.number(j, "swap_rate", path, n.swapRate, 0.0, 1.0);
+}
+
+void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSettings& f) {
+    in.boolean(j, "fail_to_open", path, f.failToOpen);
+    in.number(j, "grab_error_after_s", path, f.grabErrorAfterSeconds, 0.0, 1e7);
+    in.number(j, "stop_publishing_after_s", path, f.stopPublishingAfterSeconds, 0.0, 1e7);
+    auto it = j.find("sdk_version");
+    if (it == j.end()) return;
+    std::array<int, 3> v{};
+    char dot1 = 0, dot2 = 0;
+    std::istringstream text(it->is_string() ? it->get<std::string>() : std::string());
+    if (!(text >> v[0] >> dot1 >> v[1] >> dot2 >> v[2]) || dot1 != '.' || dot2 != '.' || !text.eof() ||
+        v[0] < 0 || v[1] < 0 || v[2] < 0)
+        return in.fail(path + "sdk_version", "must be a version text like \"5.1.0\"");
+    f.reportedVersion = v;
+}
+
+void readCamera(FieldReader& in, const json& j, const std::string& path, CameraSpec& c) {
+    if (!j.is_object()) return in.fail(path, "must be an object");
+    if (!j.contains("serial")) return in.fail(path + "serial", "is missing");
+    in.number(j, "serial", path, c.serial, 1.0, 4294967295.0);
+    lum::Vector3f position(0.f, 2.5f, 0.f), target(0.f, 1.f, 0.f), rotation;
+    in.vector3(j, "position", path, position);
+    bool hasTarget = in.vector3(j, "look_at", path, target);
+    bool hasRotation = in.vector3(j, "rotation", path, rotation);
+    if (hasTarget && hasRotation) return in.fail(path + "rotation", "cannot be given together with \"look_at\"");
+    if (hasRotation) {
+        c.pose.setRotationVector(rotation);
+        c.pose.setTranslation(lum::Translation(position));
+    } else {
+        if ((position - target).norm() < 1e-3f) return in.fail(path + "look_at", "must differ from \"position\"");
+        c.pose = lookAt(position, target);
+    }
+    in.number(j, "fps", path, c.fps, 1.0, 120.0);
+    in.number(j, "hfov_deg", path, c.horizontalFovDeg, 10.0, 170.0);
+    in.number(j, "vfov_deg", path, c.verticalFovDeg, 10.0, 170.0);
+    in.number(j, "min_depth", path, c.minDepth, 0.0, 100.0);
+    in.number(j, "max_depth", path, c.maxDepth, 0.1, 100.0);
+    if (c.maxDepth <= c.minDepth) in.fail(path + "max_depth", "must be above \"min_depth\"");
+    int keypoints = 18;
+    in.number(j, "body_format", path, keypoints, 0.0, 100.0);
+    if (keypoints == 18) c.bodyFormat = lum::BODY_FORMAT::BODY_18;
+    else if (keypoints == 34) c.bodyFormat = lum::BODY_FORMAT::BODY_34;
+    else if (keypoints == 38) c.bodyFormat = lum::BODY_FORMAT::BODY_38;
+    else in.fail(path + "body_format", "must be 18, 34 or 38");
+    in.boolean(j, "usb", path, c.pluggedIn);
+    in.number(j, "phase_s", path, c.phaseSeconds, 0.0, 10.0);
+    if (const json* n = in.object(j, "noise", path)) readNoise(in, *n, path + "noise.", c.noise);
+    if (const json* f = in.object(j, "faults", path)) readFaults(in, *f, path + "faults.", c.faults);
+}
+
+std::mutex& sceneMutex() {
+    static std::mutex m;
+    return m;
+}
+
+std::unique_ptr<Scene>& sceneSlot() {
+    static std::unique_ptr<Scene> scene;
+    return scene;
+}
+
+bool& allPluggedIn() {
+    static bool all = false;
+    return all;
+}
+
+}  // namespace
+
+Scene defaultScene() {
+    Scene scene;
+    const float corner = 2.8f;
+    const float xs[4] = {-corner, corner, corner, -corner};
+    const float zs[4] = {-corner, -corner, corner, corner};
+    for (int i = 0; i < 4; ++i) {
+        CameraSpec c;
+        c.serial = 41001 + i;
+        c.pose = lookAt(lum::Vector3f(xs[i], 2.6f, zs[i]), lum::Vector3f(0.f, 0.9f, 0.f));
+        scene.cameras.push_back(c);
+    }
+    return scene;
+}
+
+bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
+    json doc = json::parse(jsonText, nullptr, false);
+    if (doc.is_discarded()) {
+        if (error) *error = "not a JSON document";
+        return false;
+    }
+    if (!doc.is_object()) {
+        if (error) *error = "the document must be a JSON object";
+        return false;
+    }
+    Scene s;
+    s.cameras.clear();
+    FieldReader in(error);
+    if (const json* room = in.object(doc, "room", "")) {
+        in.number(*room, "width", "room.", s.width, 1.0, 100.0);
+        in.number(*room, "length", "room.", s.length, 1.0, 100.0);
+        in.number(*room, "height", "room.", s.height, 2.0, 20.0);
+    }
+    in.number(doc, "seed", "", s.seed, 0.0, 9007199254740992.0);
+    if (const json* p = in.object(doc, "people", "")) {
+        in.number(*p, "count", "people.", s.people.count, 0.0, 50.0);
+        in.number(*p, "min_height", "people.", s.people.minHeight, 0.5, 2.5);
+        in.number(*p, "max_height", "people.", s.people.maxHeight, 0.5, 2.5);
+        in.number(*p, "min_speed", "people.", s.people.minSpeed, 0.1, 3.0);
+        in.number(*p, "max_speed", "people.", s.people.maxSpeed, 0.1, 3.0);
+        in.number(*p, "pause_probability", "people.", s.people.pauseProbability, 0.0, 1.0);
+        if (s.people.maxHeight < s.people.minHeight) in.fail("people.max_height", "must not be below \"min_height\"");
+        if (s.people.maxSpeed < s.people.minSpeed) in.fail("people.max_speed", "must not be below \"min_speed\"");
+    }
+    auto cams = doc.find("cameras");
+    if (cams != doc.end()) {
+        if (!cams->is_array()) {
+            in.fail("cameras", "must be an array");
+        } else if (cams->size() > 64) {
+            in.fail("cameras", "holds more than 64 cameras");
+        } else {
+            for (size_t i = 0; i < cams->size() && in.ok(); ++i) {
+                CameraSpec c;
+                readCamera(in, (*cams)[i], "cameras[" + std::to_string(i) + "].", c);
+                if (in.ok() && findCamera(s, c.serial))
+                    in.fail("cameras[" + std::to_string(i) + "].serial", "repeats serial " + std::to_string(c.serial));
+                s.cameras.push_back(c);
+            }
+        }
+    }
+    if (!in.ok()) return false;
+    scene = s;
+    return true;
+}
+
+bool loadScene(const std::string& path, Scene& scene, std::string* error) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        if (error) *error = path + ": cannot be read";
+        return false;
+    }
+    std::string text;
+    char buffer[65536];
+    while (file.read(buffer, sizeof buffer) || file.gcount() > 0) {
+        text.append(buffer, size_t(file.gcount()));
+        if (text.size() > (4u << 20)) {
+            if (error) *error = path + ": larger than 4 MiB, not a scene";
+            return false;
+        }
+    }
+    std::string why;
+    if (!parseScene(text, scene, &why)) {
+        if (error) *error = path + ": " + why;
+        return false;
+    }
+    return true;
+}
+
+Scene activeScene() {
+    std::lock_guard<std::mutex> lock(sceneMutex());
+    auto& slot = sceneSlot();
+    if (!slot) {
+        slot = std::make_unique<Scene>(defaultScene());
+        const char* path = std::getenv("PYRA_SIM_SCENE");
+        if (path && *path) {
+            std::string error;
+            Scene loaded;
+            if (loadScene(path, loaded, &error)) *slot = loaded;
+            else std::cerr << "PYRA_SIM_SCENE " << error << "; using the default room" << std::endl;
+        }
+    }
+    return *slot;
+}
+
+void setActiveScene(const Scene& scene) {
+    std::lock_guard<std::mutex> lock(sceneMutex());
+    sceneSlot() = std::make_unique<Scene>(scene);
+}
+
+const CameraSpec* findCamera(const Scene& scene, unsigned int serial) {
+    for (const CameraSpec& c : scene.cameras)
+        if (c.serial == serial) return &c;
+    return nullptr;
+}
+
+void setAllCamerasPluggedIn(bool all) { allPluggedIn() = all; }
+bool allCamerasPluggedIn() { return allPluggedIn(); }
+
+double cameraPhase(const Scene& scene, const CameraSpec& camera) {
+    double period = 1.0 / camera.fps;
+    if (camera.phaseSeconds >= 0) return std::fmod(camera.phaseSeconds, period);
+    return HashRandom(hashKey({scene.seed, camera.serial, 0x5048415345ULL})).uniform(0.0, period);
+}
+
+}  // namespace pyra_sim
