@@ -1,0 +1,140 @@
+// Per-camera residuals and pose uncertainty of the last skeleton calibration solve.
+// Uncertainty: Ceres' covariance of the final (weighted, robust) problem, scaled by its residual variance.
+#include "calibration/calibration_report.hpp"
+
+#include <cmath>
+#include <limits>
+
+#include "calibration/pair_solver.hpp"
+#include "calibration/skeleton_align.hpp"
+#include "calibration/solve_record.hpp"
+
+namespace {
+
+using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
+
+calib::PairPoses pairPoses(Poses& poses, const calib::CameraPairData& pair) {
+    auto& a = poses[pair.cameraA];
+    auto& b = poses[pair.cameraB];
+    return {a.q, a.t, b.q, b.t};
+}
+
+// Sum of squared unweighted residuals (m^2) and block count per camera.
+void squaredResiduals(const calib::SolveRecord& record, Poses poses, std::map<int, double>& sums,
+                      std::map<int, int>& counts) {
+    for (const calib::CameraPairData& pair : *record.pairs) {
+        calib::PairSums s;
+        calib::sumKeypointPairs(pair, 0, pair.pairs.size(), pairPoses(poses, pair), false, false, false, s);
+        for (int camera : {pair.cameraA, pair.cameraB}) {
+            sums[camera] += 2.0 * s.cost;
+            counts[camera] += int(pair.pairs.size());
+        }
+    }
+}
+
+// Covariance of every camera's pose in the tangent space of the final solve, times the
+// residual variance; false when Ceres finds the problem rank deficient.
+bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
+                     std::map<int, Eigen::Matrix3d>& translation) {
+    Poses poses = record.after;
+    std::vector<calib::PairPoses> blocks;
+    for (const calib::CameraPairData& pair : *record.pairs) blocks.push_back(pairPoses(poses, pair));
+    calib::PairEvaluator evaluator(record.pairs, blocks, record.robust, 2);
+    evaluator.setWeighted(record.weighted);
+    ceres::Problem::Options problemOptions;
+    problemOptions.evaluation_callback = &evaluator;
+    ceres::Problem problem(problemOptions);
+    for (size_t i = 0; i < blocks.size(); ++i)
+        problem.AddResidualBlock(evaluator.makeCostFunction(i), nullptr, const_cast<double*>(blocks[i].qA),
+                                 const_cast<double*>(blocks[i].tA), const_cast<double*>(blocks[i].qB),
+                                 const_cast<double*>(blocks[i].tB));
+    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
+    std::vector<std::pair<const double*, const double*>> wanted;
+    for (auto& [camera, pose] : poses) {
+        if (!problem.HasParameterBlock(pose.q)) continue;
+        problem.SetManifold(pose.q, manifold);
+        if (camera == record.reference) {
+            problem.SetParameterBlockConstant(pose.q);
+            problem.SetParameterBlockConstant(pose.t);
+            continue;
+        }
+        wanted.push_back({pose.q, pose.q});
+        wanted.push_back({pose.t, pose.t});
+    }
+    evaluator.PrepareForEvaluation(true, true);
+    double cost = 0;
+    for (size_t i = 0; i < blocks.size(); ++i) cost += 0.5 * evaluator.compressed(i).residual.squaredNorm();
+
+    ceres::Covariance::Options options;
+    options.algorithm_type = ceres::DENSE_SVD;
+    ceres::Covariance covariance(options);
+    if (!covariance.Compute(wanted, &problem)) return false;
+    const double dof = 3.0 * record.residualBlocks - 6.0 * double(wanted.size() / 2);
+    const double variance = dof > 0 ? 2.0 * cost / dof : std::numeric_limits<double>::quiet_NaN();
+    for (auto& [camera, pose] : poses) {
+        if (camera == record.reference || !problem.HasParameterBlock(pose.q)) continue;
+        Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
+        covariance.GetCovarianceBlockInTangentSpace(pose.q, pose.q, r.data());
+        covariance.GetCovarianceBlockInTangentSpace(pose.t, pose.t, t.data());
+        rotation[camera] = variance * r;
+        translation[camera] = variance * t;
+    }
+    return true;
+}
+
+}  // namespace
+
+CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration) {
+    CalibrationReport report;
+    const std::shared_ptr<const calib::SolveRecord> record = calibration.lastSolve;
+    if (!record) return report;
+    report.usable = record->usable;
+    report.frames = record->frames;
+    report.residualBlocks = record->residualBlocks;
+    report.solveSeconds = record->seconds;
+
+    std::map<int, double> before, after;
+    std::map<int, int> counts, unused;
+    squaredResiduals(*record, record->before, before, counts);
+    squaredResiduals(*record, record->after, after, unused);
+    std::map<int, Eigen::Matrix3d> rotation, translation;
+    const bool haveCovariance = poseCovariances(*record, rotation, translation);
+
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& [camera, blocks] : counts) {
+        CameraCalibrationReport entry;
+        entry.camera = camera;
+        entry.residualBlocks = blocks;
+        entry.rmsBeforeMm = 1000.0 * std::sqrt(before[camera] / blocks);
+        entry.rmsAfterMm = 1000.0 * std::sqrt(after[camera] / blocks);
+        if (camera != record->reference) {
+            // The manifold's tangent step d turns by 2|d|.
+            entry.rotationSigmaDeg = haveCovariance ? 2.0 * std::sqrt(rotation[camera].trace()) * 180.0 / M_PI : nan;
+            entry.translationSigmaMm = haveCovariance ? 1000.0 * std::sqrt(translation[camera].trace()) : nan;
+        }
+        for (const calib::CameraPairData& pair : *record->pairs)
+            if (pair.cameraA == camera) entry.framesSharedWith[pair.cameraB] = pair.frames;
+        report.cameras.push_back(entry);
+    }
+    return report;
+}
+
+nlohmann::json toJson(const CalibrationReport& report) {
+    nlohmann::json cameras = nlohmann::json::array();
+    for (const CameraCalibrationReport& camera : report.cameras) {
+        nlohmann::json shared = nlohmann::json::object();
+        for (const auto& [other, frames] : camera.framesSharedWith) shared[std::to_string(other)] = frames;
+        cameras.push_back({{"camera", camera.camera},
+                           {"residualBlocks", camera.residualBlocks},
+                           {"rmsBeforeMm", camera.rmsBeforeMm},
+                           {"rmsAfterMm", camera.rmsAfterMm},
+                           {"rotationSigmaDeg", camera.rotationSigmaDeg},
+                           {"translationSigmaMm", camera.translationSigmaMm},
+                           {"framesSharedWith", shared}});
+    }
+    return {{"usable", report.usable},
+            {"frames", report.frames},
+            {"residualBlocks", report.residualBlocks},
+            {"solveSeconds", report.solveSeconds},
+            {"cameras", cameras}};
+}

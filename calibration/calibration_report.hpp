@@ -1,0 +1,35 @@
+// Quality figures of the last skeleton calibration, per camera, for users and logs.
+// Built on demand from what the last solve recorded, so calibrate() pays nothing for it.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+class SkeletonMulticameraCalibration;
+
+struct CameraCalibrationReport {
+    int camera = 0;
+    int residualBlocks = 0;         // keypoint pairs (both orders) this camera takes part in
+    double rmsBeforeMm = 0;         // unweighted residual at the poses the solve started from
+    double rmsAfterMm = 0;          // unweighted residual at the solved poses
+    double rotationSigmaDeg = 0;    // 1-sigma rotation from the final solve's covariance
+    double translationSigmaMm = 0;  // 1-sigma translation (norm) from the same covariance
+    std::map<int, int> framesSharedWith;  // other camera -> frames in which both gave a block
+};
+
+struct CalibrationReport {
+    bool usable = false;
+    int frames = 0;
+    int residualBlocks = 0;
+    double solveSeconds = 0;
+    std::vector<CameraCalibrationReport> cameras;  // by camera identifier
+};
+
+// Report of the last calibrate() of this object that reached the solver; an empty
+// (unusable) report when none did. Sigmas are NaN when the covariance is rank deficient.
+// Keypoints are taken to be in metres (the unit the fusion runs in).
+CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration);
+
+nlohmann::json toJson(const CalibrationReport& report);

@@ -1,0 +1,27 @@
+// What one skeleton calibration solve saw and produced, kept for its report.
+// Immutable once made, so copies of the calibration can share it across threads.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "calibration/keypoint_pairs.hpp"
+#include "calibration/skeleton_align.hpp"
+
+namespace calib {
+
+struct SolveRecord {
+    std::shared_ptr<const std::vector<CameraPairData>> pairs;
+    std::map<int, SkeletonMulticameraCalibration::PoseStruct> before;
+    std::map<int, SkeletonMulticameraCalibration::PoseStruct> after;
+    int reference = 0;      // camera held fixed
+    bool robust = false;    // Huber loss on every keypoint pair
+    bool weighted = false;  // the final solve weighted the residuals
+    bool usable = false;
+    int frames = 0;
+    int residualBlocks = 0;
+    double seconds = 0;
+};
+
+}  // namespace calib
