@@ -1,0 +1,51 @@
+// Runs one skeleton calibration at a time on a thread of its own, on a copy of the store,
+// so the fusion loop keeps processing frames while the solver works.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "calibration/calibration_report.hpp"
+#include "calibration/skeleton_align.hpp"
+
+struct SolvedCalibration {
+    // The snapshot after its solve; held by pointer since the store has no cheap move.
+    std::unique_ptr<SkeletonMulticameraCalibration> calibration;
+    bool usable = false;
+    CalibrationReport report;
+};
+
+class CalibrationRunner {
+public:
+    CalibrationRunner() = default;
+    ~CalibrationRunner();
+    CalibrationRunner(const CalibrationRunner&) = delete;
+    CalibrationRunner& operator=(const CalibrationRunner&) = delete;
+
+    // True from start() until the result has been taken.
+    bool busy() const;
+    // Copies the store (on the caller's thread) and solves the copy on the solver thread.
+    // Does nothing while busy(). The owner serialises start(), take() and destruction.
+    void start(const SkeletonMulticameraCalibration& store);
+    // The finished solve, once; nothing while the solver still works or after it was taken.
+    std::optional<SolvedCalibration> take();
+    // Blocks until the running solve (if any) has finished; its result stays to be taken.
+    void wait();
+
+private:
+    void join();
+
+    mutable std::mutex mutex;
+    std::condition_variable finished;
+    std::thread thread;
+    bool solving = false;
+    std::optional<SolvedCalibration> result;
+};
+
+// Brings what a solve changed back into the growing store: the poses it reached (they seed
+// the next solve, usable or not), its result when usable, and the frames it saw, which a
+// usable solve rewrites in place. Frames added since the snapshot are kept.
+void mergeSolvedCalibration(SkeletonMulticameraCalibration& store, SolvedCalibration&& solved);

@@ -1,0 +1,248 @@
+// The fusion worker's steady loop and calibration control. Solves run on the calibration
+// runner's thread; the loop only snapshots the store, and merges results when they land.
+#include "fusion/fusion_worker.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+
+namespace {
+
+int64_t nowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+int64_t steadyNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+constexpr auto kWorld = lum::FUSION_REFERENCE_FRAME::WORLD;
+
+}  // namespace
+
+std::map<int, lum::BodyData> singlePersonFrame(const std::vector<lum::CameraIdentifier>& cameras,
+                                               const std::map<lum::CameraIdentifier, lum::Bodies>& bodies) {
+    std::map<int, lum::BodyData> frame;
+    for (const lum::CameraIdentifier& camera : cameras) {
+        auto found = bodies.find(camera);
+        if (found == bodies.end()) continue;
+        const lum::Bodies& seen = found->second;
+        if (seen.is_new && seen.body_list.size() == 1) frame[static_cast<int>(camera.sn)] = seen.body_list.front();
+    }
+    return frame;
+}
+
+void FusionWorker::steadyLoop() {
+    int64_t previousStart = 0;
+    int64_t previousReturn = 0;
+    while (running && !stopRequested) {
+        const int64_t callStart = steadyNs();
+        recordLoopTiming(callStart, previousStart, previousReturn);
+        const lum::FUSION_ERROR_CODE status = fusion->process();
+        previousStart = callStart;
+        previousReturn = steadyNs();
+
+        if (status == lum::FUSION_ERROR_CODE::SUCCESS) processFrame();
+
+        const int64_t nowMs = nowNs() / 1000000;
+        if (status != lum::FUSION_ERROR_CODE::NO_NEW_DATA_AVAILABLE || nowMs - lastErrorReport > 200) {
+            emit updateFusionError(QString::fromStdString(lum::toString(status)));
+            lastErrorReport = nowMs;
+        }
+    }
+    running = false;
+    std::cout << "STOP RUN FUSION " << std::endl;
+}
+
+void FusionWorker::processFrame() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    SharedData& shared = SharedData::getInstance();
+
+    if (modules.skeletonEnabled) {
+        if (calibration.isCollecting) {
+            collectSkeletons();
+        } else {
+            std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
+            fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
+            for (const lum::CameraIdentifier& camera : subscribedCameras)
+                fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
+        }
+    }
+    // No point cloud is fetched yet: the switches only keep the lock order in place.
+    if (modules.depthEnabled) {
+        std::lock_guard<std::mutex> reserved(shared.depthCloudMutex);
+    }
+    if (modules.mappingEnabled) {
+        std::lock_guard<std::mutex> reserved(shared.mappingCloudMutex);
+    }
+
+    if (!calibration.isCollecting) {
+        std::lock_guard<std::mutex> positions(shared.positionMutex);
+        if (modules.trackingEnabled)
+            fusion->getPosition(shared.fusedPose, lum::REFERENCE_FRAME::WORLD, lum::CameraIdentifier(),
+                                lum::POSITION_TYPE::FUSION);
+        for (const lum::CameraIdentifier& camera : subscribedCameras)
+            fusion->getPosition(shared.cameraPoses[camera], lum::REFERENCE_FRAME::WORLD, camera,
+                                lum::POSITION_TYPE::RAW);
+    }
+    {
+        std::lock_guard<std::mutex> metrics(shared.metricsMutex);
+        fusion->getProcessMetrics(shared.metrics);
+    }
+    emit newData();
+}
+
+void FusionWorker::collectSkeletons() {
+    applySolvedCalibration();
+
+    SharedData& shared = SharedData::getInstance();
+    std::map<int, lum::BodyData> frame;
+    {
+        std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
+        for (const lum::CameraIdentifier& camera : subscribedCameras)
+            fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
+        frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
+    }
+
+    const int64_t now = nowNs();
+    if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
+    if (frame.size() >= 2) calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
+    const int frames = static_cast<int>(calibration.frames.size());
+    calibrationFrames = frames;
+
+    const float progress = static_cast<float>(frames - calibration.framesAtLastCalibration) / 10.0f;
+    emit incCalib(static_cast<int>(progress * 100));
+    // One solve at a time; when one is still running the next starts as soon as it lands.
+    if (progress > 1.0f && !solver.busy()) {
+        calibration.framesAtLastCalibration = frames;
+        solver.start(calibration);
+    }
+}
+
+void FusionWorker::applySolvedCalibration() {
+    std::optional<SolvedCalibration> solved = solver.take();
+    if (!solved) return;
+    const bool usable = solved->usable;
+    CalibrationReport report = solved->report;
+    mergeSolvedCalibration(calibration, std::move(*solved));
+    if (usable) {
+        SharedData& shared = SharedData::getInstance();
+        std::lock_guard<std::mutex> positions(shared.positionMutex);
+        for (const auto& [serial, transform] : calibration.calibratedPoses)
+            shared.cameraTransforms[lum::CameraIdentifier(static_cast<uint64_t>(serial))] = transform;
+    }
+    emit calibrationReport(report);
+}
+
+int FusionWorker::startCalib(CALIB kind) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    if (configurationPath.empty() && configurations.empty()) {
+        std::cout << "No configuration loaded. You must load a configuration file, autodiscover usb devices or "
+                     "connect to Pyra Hub."
+                  << std::endl;
+        return -1;
+    }
+
+    lum::Transform reset = lum::Transform::identity();
+    lum::convertCoordinateSystem(reset, lum::COORDINATE_SYSTEM::IMAGE, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
+    SharedData& shared = SharedData::getInstance();
+    {
+        std::lock_guard<std::mutex> positions(shared.positionMutex);
+        for (const lum::CameraIdentifier& camera : subscribedCameras) {
+            fusion->updatePose(camera, reset);
+            shared.cameraPoses[camera].pose_data = lum::Transform::identity();
+            shared.cameraTransforms[camera] = lum::Transform::identity();
+        }
+    }
+    {
+        std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
+        shared.fusedBodies.body_list.clear();
+    }
+    shared.reset = true;
+
+    if (kind == PATH_CALIB) {
+        std::cout << "CALIB PATH NOT enabled" << std::endl;
+        return 0;
+    }
+    if (kind != SKELETON_CALIB) return 0;
+
+    emit incCalib(0);
+    calibration.bodyFormat = 0;
+    calibration.isCollecting = true;
+    std::cout << "START CALIB SK" << std::endl;
+    return 0;
+}
+
+bool FusionWorker::finishCalib(CALIB) {
+    std::cout << "STOP CALIB SK" << std::endl;
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        calibration.isCollecting = false;
+    }
+    // The loop goes on meanwhile; only the save waits for the solver.
+    solver.wait();
+    const QString chosen =
+        prompts->askSaveFileName("Save room calibration", "", "Pyra Room Calibration files (*.json)");
+
+    std::unique_lock<std::mutex> lock(workerMutex);
+    applySolvedCalibration();
+    if (calibration.calibratedPoses.empty()) {
+        resetCalibration();
+        lock.unlock();
+        prompts->exec({"No calibration to save", "Halden has not generated a calibration file to be save.",
+                       PromptIcon::Warning});
+        return false;
+    }
+
+    for (lum::FusionConfiguration& configuration : configurations) {
+        auto found = calibration.calibratedPoses.find(configuration.serial_number);
+        if (found != calibration.calibratedPoses.end()) configuration.pose = found->second;
+    }
+    const std::string name = calibrationFileName(chosen);
+    std::cout << "Writing file " << name << std::endl;
+    std::string problem;
+    const bool written = lum::writeConfigurationFile(name, configurations, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                     lum::UNIT::METER, &problem);
+    if (!written) std::cerr << problem << std::endl;
+    emit CalibrationConfigurationReady(configurations, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
+    for (const auto& [serial, transform] : calibration.calibratedPoses)
+        fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+    return written;
+}
+
+void FusionWorker::resetCalibration() {
+    calibration.calibratedPoses.clear();
+    calibration.frames.clear();
+    calibration.lastTimestamp = 0;
+    calibration.isCollecting = false;
+    calibration.framesAtLastCalibration = 0;
+    calibrationFrames = 0;
+}
+
+void FusionWorker::setCalibrationStore(SkeletonMulticameraCalibration store) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    const bool collecting = calibration.isCollecting;
+    calibration = std::move(store);
+    calibration.isCollecting = collecting;
+    calibrationFrames = static_cast<int>(calibration.frames.size());
+}
+
+void FusionWorker::recordLoopTiming(int64_t callStart, int64_t previousStart, int64_t previousReturn) {
+    if (previousStart == 0) return;
+    std::lock_guard<std::mutex> lock(timingMutex);
+    ++timing.iterations;
+    timing.longestBodyMs = std::max(timing.longestBodyMs, (callStart - previousReturn) * 1e-6);
+    timing.longestIntervalMs = std::max(timing.longestIntervalMs, (callStart - previousStart) * 1e-6);
+}
+
+LoopTiming FusionWorker::loopTiming() const {
+    std::lock_guard<std::mutex> lock(timingMutex);
+    return timing;
+}
+
+void FusionWorker::resetLoopTiming() {
+    std::lock_guard<std::mutex> lock(timingMutex);
+    timing = LoopTiming();
+}

@@ -1,0 +1,264 @@
+// The fusion worker's set-up, start-up, module switches and close. The steady loop and
+// the calibration control are in fusion_loop.cpp.
+#include "fusion/fusion_worker.hpp"
+
+#include <QCoreApplication>
+
+#include <iostream>
+#include <set>
+
+#include "app/console_prompts.hpp"
+
+std::string calibrationFileName(const QString& chosen) {
+    const QString name = chosen.isEmpty() ? QString("~/calib.json") : chosen;
+    if (name.split('.').last() != "json") return (name + ".json").toStdString();
+    return name.toStdString();
+}
+
+FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::make_shared<lum::Fusion>()) {
+    registerSharedMetaTypes();
+    qRegisterMetaType<CalibrationReport>("CalibrationReport");
+    setPrompts(std::move(prompts_));
+}
+
+FusionWorker::~FusionWorker() { close(); }
+
+void FusionWorker::setPrompts(std::shared_ptr<UserPrompts> prompts_) {
+    prompts = prompts_ ? std::move(prompts_) : std::make_shared<ConsolePrompts>();
+}
+
+void FusionWorker::setup(std::string path, AppParams params_) {
+    configurationPath = std::move(path);
+    configurations.clear();
+    params = params_;
+    stopRequested = false;
+    start(QThread::InheritPriority);
+}
+
+void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams params_) {
+    configurations.clear();
+    for (const lum::FusionConfiguration& entry : list) {
+        lum::FusionConfiguration copy;
+        copy.serial_number = entry.serial_number;
+        copy.communication_parameters = entry.communication_parameters;
+        copy.pose = entry.pose;
+        copy.input_type = entry.input_type;
+        copy.override_gravity = entry.override_gravity;
+        configurations.push_back(copy);
+    }
+    std::cout << "Running the fusion for " << configurations.size() << " devices." << std::endl;
+    params = params_;
+    stopRequested = false;
+    start(QThread::InheritPriority);
+}
+
+void FusionWorker::enableModule(MODULES module) {
+    switch (module) {
+        case SKELETON: enableSK(); break;
+        case DEPTH: enableDepth(); break;
+        case MAPPING: enableMapping(); break;
+        case TRACKING: enableTracking(); break;
+    }
+}
+
+void FusionWorker::enableSK() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    if (modules.skeletonEnabled) return;
+    std::cout << "enableSK " << std::endl;
+    for (auto& [serial, sender] : senders) sender->askSkeleton();
+    lum::BodyTrackingFusionParameters parameters;
+    parameters.enableTracking = true;
+    const lum::FUSION_ERROR_CODE enabled = fusion->enableBodyTracking(parameters);
+    if (enabled == lum::FUSION_ERROR_CODE::SUCCESS)
+        modules.skeletonEnabled = true;
+    else
+        std::cout << "ERROR : " << lum::toString(enabled) << std::endl;
+}
+
+void FusionWorker::enableDepth() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    if (modules.depthEnabled) return;
+    std::cout << "enableDepth " << std::endl;
+    modules.depthEnabled = true;
+}
+
+void FusionWorker::enableMapping() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    if (modules.mappingEnabled) return;
+    std::cout << "enableMapping " << std::endl;
+    modules.mappingEnabled = true;
+}
+
+void FusionWorker::enableTracking() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    if (modules.trackingEnabled) return;
+    std::cout << "enableTracking " << std::endl;
+    fusion->enablePositionalTracking(lum::PositionalTrackingFusionParameters());
+    modules.trackingEnabled = true;
+}
+
+void FusionWorker::disableModules() {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    modules = ModuleSwitches();
+}
+
+void FusionWorker::close() {
+    if (isRunning()) {
+        stopRequested = true;
+        running = false;
+        msleep(100);
+        wait();
+    }
+    // A start-up that gave up already started the senders; they are stopped here too.
+    fusion->close();
+    for (auto& [serial, sender] : senders) sender->close();
+    senders.clear();
+    solver.wait();
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        applySolvedCalibration();
+    }
+    disableModules();
+    std::lock_guard<std::mutex> lock(workerMutex);
+    fusion = std::make_shared<lum::Fusion>();
+    emit closed();
+}
+
+void FusionWorker::run() {
+    if (!startUp()) {
+        if (!stopRequested) emit error();
+        return;
+    }
+    emit isInit();
+    std::cout << "START RUN FUSION " << std::endl;
+    running = true;
+    enableSK();
+    steadyLoop();
+}
+
+void FusionWorker::waitUntilHidden(const PromptMessage& message) {
+    auto box = prompts->show(message);
+    while (box->isVisible() && !stopRequested) {
+        msleep(500);
+        QCoreApplication::processEvents();
+    }
+}
+
+bool FusionWorker::startUp() {
+    std::cout << "INIT FUSION " << std::endl;
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        fusion = std::make_shared<lum::Fusion>();
+    }
+    lum::InitFusionParameters init(lum::UNIT::MILLIMETER, lum::COORDINATE_SYSTEM::IMAGE, true, 0, 5, -1, nullptr,
+                                   lum::SynchronizationParameter(0, 1000.f, false, 50.f),
+                                   lum::Resolution(size_t(-1), size_t(-1)));
+    init.unit = lum::UNIT::METER;
+    init.coordinateSystem = lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP;
+    init.outputPerformanceMetrics = true;
+    init.verbose = 0;
+    const lum::FUSION_ERROR_CODE initialised = fusion->init(init);
+    if (initialised != lum::FUSION_ERROR_CODE::SUCCESS)
+        std::cout << "ERROR : " << lum::toString(initialised) << std::endl;
+    bodyRuntimeParameters.skeletonMinimumAllowedKeypoints = 4;
+
+    if (configurations.empty()) {
+        std::string problem;
+        auto read = lum::readFusionConfigurationFile(configurationPath, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                     lum::UNIT::METER, &problem);
+        if (!problem.empty()) std::cerr << problem << std::endl;
+        std::lock_guard<std::mutex> lock(workerMutex);
+        configurations = std::move(read);
+    }
+
+    std::set<int> failed;
+    QStringList openFailures;
+    for (const lum::FusionConfiguration& configuration : configurations) {
+        if (configuration.communication_parameters.getType() != lum::COMM_TYPE::SHARED_MEMORY) continue;
+        const int serial = configuration.serial_number;
+        std::unique_ptr<PyraWorker> sender;
+        {
+            std::lock_guard<std::mutex> lock(workerMutex);
+            auto found = senders.find(serial);
+            if (found != senders.end()) {
+                sender = std::move(found->second);
+                senders.erase(found);
+            }
+        }
+        if (!sender) sender = std::make_unique<PyraWorker>(prompts);
+        // Opening may wait for an AI model; the mutex stays free meanwhile.
+        sender->setup(configuration, params);
+        if (!sender->isOpened()) {
+            failed.insert(serial);
+            std::cout << " camera " << serial << " failed to open" << std::endl;
+            openFailures << QString::number(serial);
+            continue;
+        }
+        std::lock_guard<std::mutex> lock(workerMutex);
+        senders[serial] = std::move(sender);
+    }
+
+    const size_t usable = configurations.size() - failed.size();
+    if (usable == 0) {
+        waitUntilHidden({"No opened camera",
+                         "Halden could not open any camera. Please check whether they can be opened by another "
+                         "application like Lookout.",
+                         PromptIcon::Critical});
+        return false;
+    }
+    if (usable == 1) {
+        waitUntilHidden({"Only ONE opened camera",
+                         "Halden is able to open one camera. The calibration process requires at least two cameras.",
+                         PromptIcon::Critical});
+        return false;
+    }
+    if (!failed.empty())
+        waitUntilHidden({"Camera(s) failed to open", "Halden failed to open: " + openFailures.join(", "),
+                         PromptIcon::Critical});
+
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        for (auto& [serial, sender] : senders) sender->start(QThread::InheritPriority);
+        subscribedCameras.clear();
+    }
+    emit clearData();
+
+    QStringList subscribeFailures;
+    for (const lum::FusionConfiguration& configuration : configurations) {
+        const int serial = configuration.serial_number;
+        if (failed.count(serial)) continue;
+        const lum::CameraIdentifier camera(static_cast<uint64_t>(serial));
+        const lum::FUSION_ERROR_CODE subscribed = fusion->subscribe(camera, configuration.communication_parameters,
+                                                                    configuration.pose, configuration.override_gravity);
+        if (subscribed == lum::FUSION_ERROR_CODE::SUCCESS) {
+            std::lock_guard<std::mutex> lock(workerMutex);
+            subscribedCameras.push_back(camera);
+        } else {
+            std::cout << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed) << std::endl;
+            subscribeFailures << QString::number(serial);
+        }
+    }
+
+    const QString version = QString("%1.%2.%3.")
+                                .arg(lum::kSdkVersion.major)
+                                .arg(lum::kSdkVersion.minor)
+                                .arg(lum::kSdkVersion.patch);
+    if (subscribedCameras.empty()) {
+        prompts->exec({"No subscribed camera",
+                       "Halden could not subscribed to any camera. Please check that the senders are compatible "
+                       "with Pyra SDK v" + version,
+                       PromptIcon::Critical});
+        return false;
+    }
+    if (subscribedCameras.size() == 1) {
+        prompts->exec({"Subscribed to ONE camera only",
+                       "Halden subscribed to one camera only. The calibration process requires at least two "
+                       "cameras. Please check that the senders are compatible with Pyra SDK v" + version,
+                       PromptIcon::Critical});
+        return false;
+    }
+    if (!subscribeFailures.empty())
+        prompts->exec({"Failed to subscribe", "Halden failed to subscribe to: " + subscribeFailures.join(", "),
+                       PromptIcon::Critical});
+    return !stopRequested;
+}

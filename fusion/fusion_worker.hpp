@@ -1,0 +1,130 @@
+// The fusion worker: subscribes the SDK fusion to every camera of the room, keeps the
+// viewer's shared records fed, and drives the skeleton calibration without stalling.
+#pragma once
+
+#include <QString>
+#include <QThread>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/shared_records.hpp"
+#include "app/user_prompts.hpp"
+#include "calibration/calibration_report.hpp"
+#include "calibration/skeleton_align.hpp"
+#include "fusion/calibration_runner.hpp"
+#include "fusion/pyra_worker.hpp"
+#include "lum/lum.hpp"
+
+// How long the steady loop went without calling `process`, as the stall benchmark reads it.
+struct LoopTiming {
+    int64_t iterations = 0;
+    double longestBodyMs = 0;      // from one process() return to the next call
+    double longestIntervalMs = 0;  // between the starts of two process() calls
+};
+
+// The name a calibration is saved under: "~/calib.json" when none was chosen, and ".json"
+// appended unless the last dot-separated piece already is "json".
+std::string calibrationFileName(const QString& chosen);
+
+// The calibration frame of one processed set: the body of every subscribed camera whose
+// new bodies hold exactly one person, keyed by serial number. Cameras that see nobody or
+// several people add nothing, so a frame only pairs cameras sure to see the same person.
+std::map<int, lum::BodyData> singlePersonFrame(const std::vector<lum::CameraIdentifier>& cameras,
+                                               const std::map<lum::CameraIdentifier, lum::Bodies>& bodies);
+
+class FusionWorker : public QThread {
+    Q_OBJECT
+
+public:
+    explicit FusionWorker(std::shared_ptr<UserPrompts> prompts = nullptr);
+    ~FusionWorker() override;
+
+    // The prompts every box and question of this worker and its senders goes through.
+    void setPrompts(std::shared_ptr<UserPrompts> prompts);
+
+    void setup(std::string path, AppParams params);
+    void setup(std::vector<lum::FusionConfiguration> list, AppParams params);
+
+    void enableModule(MODULES module);
+    void enableSK();
+    void enableDepth();
+    void enableMapping();
+    void enableTracking();
+    void disableModules();
+
+    // -1 when no room is loaded, 0 otherwise.
+    int startCalib(CALIB kind);
+    // True when a calibration file was written.
+    bool finishCalib(CALIB kind);
+    void close();
+
+    // Resumes a calibration from a store gathered earlier; the collecting state is kept.
+    void setCalibrationStore(SkeletonMulticameraCalibration store);
+    int calibrationFrameCount() const { return calibrationFrames; }
+    LoopTiming loopTiming() const;
+    void resetLoopTiming();
+
+signals:
+    void isInit();
+    void clearData();
+    void newData();
+    void CalibrationConfigurationReady(std::vector<lum::FusionConfiguration> configurations,
+                                       lum::COORDINATE_SYSTEM coordinateSystem, lum::UNIT unit);
+    void incCalib(int percent);
+    void updateFusionError(QString status);
+    // The start-up ended without a usable room (fewer than two cameras opened or subscribed).
+    void error();
+    // After close(): the senders and the fusion are gone.
+    void closed();
+    // After every solve, usable or not.
+    void calibrationReport(CalibrationReport report);
+
+protected:
+    void run() override;
+
+private:
+    bool startUp();
+    void steadyLoop();
+    void processFrame();
+    void collectSkeletons();
+    void applySolvedCalibration();
+    void waitUntilHidden(const PromptMessage& message);
+    void resetCalibration();
+    void recordLoopTiming(int64_t callStartNs, int64_t previousCallStartNs, int64_t previousReturnNs);
+
+    std::atomic<bool> running{false};
+    // Set by close(); seen by a start-up that has not yet reached the loop.
+    std::atomic<bool> stopRequested{false};
+    std::shared_ptr<lum::Fusion> fusion;
+    lum::BodyTrackingFusionRuntimeParameters bodyRuntimeParameters{-1, -1};
+    std::vector<lum::CameraIdentifier> subscribedCameras;
+    AppParams params;
+    std::mutex workerMutex;
+    // Side by side so that disableModules() clears them with one write.
+    struct ModuleSwitches {
+        bool skeletonEnabled = false;
+        bool depthEnabled = false;
+        bool mappingEnabled = false;
+        bool trackingEnabled = false;
+    };
+    ModuleSwitches modules;
+    std::map<int, std::unique_ptr<PyraWorker>> senders;
+    std::string configurationPath;
+    SkeletonMulticameraCalibration calibration;
+    std::vector<lum::FusionConfiguration> configurations;
+    int64_t lastErrorReport = 0;
+
+    CalibrationRunner solver;
+    std::atomic<int> calibrationFrames{0};
+    std::shared_ptr<UserPrompts> prompts;
+    mutable std::mutex timingMutex;
+    LoopTiming timing;
+};
+
+Q_DECLARE_METATYPE(CalibrationReport)

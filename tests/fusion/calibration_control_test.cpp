@@ -1,0 +1,143 @@
+// Calibration control of the fusion worker: which cameras make a frame, the saved file's
+// name, finishing without a result, and a solve that runs beside the live loop.
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "fusion/fusion_worker.hpp"
+#include "pyra_sim/scene.hpp"
+#include "tests/fusion/fusion_support.hpp"
+#include "tests/fusion/synthetic_store.hpp"
+#include "workspace/room_usb.hpp"
+
+namespace {
+
+lum::Bodies seeing(int people, bool isNew) {
+    lum::Bodies bodies;
+    bodies.is_new = isNew;
+    for (int i = 0; i < people; ++i) {
+        lum::BodyData body;
+        body.id = i;
+        bodies.body_list.push_back(body);
+    }
+    return bodies;
+}
+
+std::map<int, lum::Transform> sceneTruth(const pyra_sim::Scene& scene) {
+    std::map<int, lum::Transform> truth;
+    for (const pyra_sim::CameraSpec& camera : scene.cameras) truth[static_cast<int>(camera.serial)] = camera.pose;
+    return truth;
+}
+
+void expectRelativePoses(const std::map<int, lum::Transform>& truth, const std::map<int, lum::Transform>& found) {
+    ASSERT_EQ(found.size(), truth.size());
+    const int reference = truth.begin()->first;
+    for (const auto& [serial, pose] : truth) {
+        const lum::Transform expected = fusiontest::relativePose(truth.at(reference), pose);
+        const lum::Transform got = fusiontest::relativePose(found.at(reference), found.at(serial));
+        EXPECT_LT(fusiontest::rotationErrorDeg(expected, got), 0.5) << serial;
+        EXPECT_LT(fusiontest::translationError(expected, got), 0.02) << serial;
+    }
+}
+
+}  // namespace
+
+TEST(CalibrationControl, FramePairsOnlyCamerasSeeingExactlyOnePerson) {
+    const std::vector<lum::CameraIdentifier> cameras{lum::CameraIdentifier(1), lum::CameraIdentifier(2),
+                                                     lum::CameraIdentifier(3), lum::CameraIdentifier(4),
+                                                     lum::CameraIdentifier(5)};
+    const std::map<lum::CameraIdentifier, lum::Bodies> bodies{{cameras[0], seeing(1, true)},
+                                                              {cameras[1], seeing(2, true)},
+                                                              {cameras[2], seeing(1, false)},
+                                                              {cameras[3], seeing(0, true)},
+                                                              {cameras[4], seeing(1, true)}};
+    const auto frame = singlePersonFrame(cameras, bodies);
+    ASSERT_EQ(frame.size(), 2u);
+    EXPECT_TRUE(frame.count(1) && frame.count(5));
+}
+
+TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
+    EXPECT_EQ(calibrationFileName(""), "~/calib.json");
+    EXPECT_EQ(calibrationFileName("/tmp/room"), "/tmp/room.json");
+    EXPECT_EQ(calibrationFileName("/tmp/room.txt"), "/tmp/room.txt.json");
+    EXPECT_EQ(calibrationFileName("/tmp/room.json"), "/tmp/room.json");
+
+    auto prompts = std::make_shared<fusiontest::RecordingPrompts>();
+    FusionWorker worker(prompts);
+    EXPECT_EQ(worker.startCalib(SKELETON_CALIB), -1);
+
+    const pyra_sim::Scene scene = pyra_sim::defaultScene();
+    worker.setCalibrationStore(fusiontest::syntheticStore(sceneTruth(scene), 2, 0.0, 1));
+    EXPECT_FALSE(worker.finishCalib(SKELETON_CALIB));
+    EXPECT_EQ(worker.calibrationFrameCount(), 0);
+    ASSERT_EQ(prompts->saveQuestions.size(), 1u);
+    EXPECT_EQ(prompts->saveQuestions[0], "Save room calibration | Pyra Room Calibration files (*.json)");
+    const auto shown = prompts->prompts();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].kind, "exec");
+    EXPECT_EQ(shown[0].icon, PromptIcon::Warning);
+    EXPECT_EQ(shown[0].title, "No calibration to save");
+    EXPECT_EQ(shown[0].text, "Halden has not generated a calibration file to be save.");
+}
+
+TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
+    fusiontest::isolateProcess();
+    const pyra_sim::Scene scene = pyra_sim::defaultScene();
+    pyra_sim::setActiveScene(scene);
+    const std::map<int, lum::Transform> truth = sceneTruth(scene);
+
+    auto prompts = std::make_shared<fusiontest::RecordingPrompts>();
+    prompts->saveName = QString::fromStdString(fusiontest::temporaryFolder() + "/saved.room");
+    FusionWorker worker(prompts);
+    std::atomic<bool> initialised{false};
+    std::atomic<int> usableReports{0};
+    std::mutex progressMutex;
+    std::vector<int> progress;
+    std::atomic<bool> published{false};
+    QObject::connect(&worker, &FusionWorker::isInit, [&] { initialised = true; });
+    QObject::connect(&worker, &FusionWorker::incCalib, [&](int percent) {
+        std::lock_guard<std::mutex> lock(progressMutex);
+        progress.push_back(percent);
+    });
+    QObject::connect(&worker, &FusionWorker::calibrationReport, [&](const CalibrationReport& report) {
+        if (report.usable) ++usableReports;
+    });
+    QObject::connect(&worker, &FusionWorker::CalibrationConfigurationReady,
+                     [&](std::vector<lum::FusionConfiguration>, lum::COORDINATE_SYSTEM, lum::UNIT) { published = true; });
+
+    worker.setup(roomusb::discover().configurations, AppParams());
+    ASSERT_TRUE(fusiontest::waitFor([&] { return initialised.load(); }));
+    ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
+
+    // 25 frames since the last solve: the progress passes 100 % unclamped and a solve starts.
+    worker.setCalibrationStore(fusiontest::syntheticStore(truth, 25, 0.003, 3));
+    ASSERT_TRUE(fusiontest::waitFor([&] { return usableReports > 0; }));
+    {
+        std::lock_guard<std::mutex> lock(progressMutex);
+        EXPECT_EQ(progress.front(), 0);
+        EXPECT_GE(*std::max_element(progress.begin(), progress.end()), 250);
+    }
+
+    std::map<int, lum::Transform> shown;
+    {
+        SharedData& shared = SharedData::getInstance();
+        std::lock_guard<std::mutex> lock(shared.positionMutex);
+        for (const auto& [serial, pose] : truth) shown[serial] = shared.cameraTransforms[lum::CameraIdentifier(serial)];
+    }
+    expectRelativePoses(truth, shown);
+
+    ASSERT_TRUE(worker.finishCalib(SKELETON_CALIB));
+    EXPECT_TRUE(published);
+    worker.close();
+
+    std::string problem;
+    const auto saved = lum::readFusionConfigurationFile(prompts->saveName.toStdString() + ".json",
+                                                        lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER,
+                                                        &problem);
+    std::map<int, lum::Transform> written;
+    for (const lum::FusionConfiguration& configuration : saved) written[configuration.serial_number] = configuration.pose;
+    expectRelativePoses(truth, written);
+}

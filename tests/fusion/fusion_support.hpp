@@ -1,0 +1,55 @@
+// Helpers for the fusion tests: a private runtime folder per test process, prompts that
+// record what the workers ask, signal recorders and waits on conditions.
+#pragma once
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/user_prompts.hpp"
+#include "lum/lum.hpp"
+
+namespace fusiontest {
+
+struct RecordedPrompt {
+    std::string kind;  // "show" or "exec"
+    std::string title;
+    std::string text;
+    PromptIcon icon;
+};
+
+class RecordingPrompts : public UserPrompts {
+public:
+    std::shared_ptr<ShownMessage> show(const PromptMessage& message) override;
+    void exec(const PromptMessage& message) override;
+    QString askSaveFileName(const QString& title, const QString& directory, const QString& filter) override;
+    QString askOpenFileName(const QString&, const QString&, const QString&) override { return {}; }
+    std::optional<QString> askText(const QString&, const QString&, const QString&) override { return std::nullopt; }
+
+    std::vector<RecordedPrompt> prompts() const;
+    QString saveName;
+    std::vector<std::string> saveQuestions;  // title | filter
+
+private:
+    mutable std::mutex mutex;
+    std::vector<RecordedPrompt> recorded;
+};
+
+// Waits (pumping this thread's events) until `done` holds or the time-out passes.
+bool waitFor(const std::function<bool()>& done, std::chrono::seconds timeout = std::chrono::seconds(30));
+
+// Gives this process its own camera locks, transport endpoints and model cache, so tests
+// of separate processes never share a simulated camera.
+void isolateProcess();
+std::string temporaryFolder();
+
+// A free even port pair base for body_relay, derived from the pid.
+int relayPort(int index);
+
+}  // namespace fusiontest

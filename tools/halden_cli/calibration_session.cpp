@@ -1,0 +1,171 @@
+// The headless calibration flow: the same fusion worker as the main window, answered by
+// console prompts, with a timer in place of the "Finish calibration" button.
+#include "tools/halden_cli/calibration_session.hpp"
+
+#include <QCoreApplication>
+#include <QSaveFile>
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+
+namespace {
+
+// One figure for the whole room: the per-camera RMS weighted by the blocks behind it.
+std::optional<double> roomRmsMm(const CalibrationReport& report) {
+    double sum = 0;
+    double blocks = 0;
+    for (const CameraCalibrationReport& camera : report.cameras) {
+        sum += camera.rmsAfterMm * camera.rmsAfterMm * camera.residualBlocks;
+        blocks += camera.residualBlocks;
+    }
+    if (blocks <= 0) return std::nullopt;
+    return std::sqrt(sum / blocks);
+}
+
+bool writeReport(const std::string& path, const CalibrationReport& report, std::string& problem) {
+    QSaveFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::WriteOnly)) {
+        problem = file.errorString().toStdString();
+        return false;
+    }
+    const std::string text = toJson(report).dump(2) + "\n";
+    file.write(text.data(), static_cast<qint64>(text.size()));
+    if (!file.commit()) {
+        problem = file.errorString().toStdString();
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
+    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
+    prompts->setSaveFileName(QString::fromStdString(options.output));
+    worker.setPrompts(prompts);
+
+    connect(&worker, &FusionWorker::isInit, this, &CalibrationSession::onStarted);
+    connect(&worker, &FusionWorker::error, this, &CalibrationSession::onStartFailed);
+    connect(&worker, &QThread::finished, this, [this] {
+        if (!started) onStartFailed();
+    });
+    connect(&worker, &FusionWorker::incCalib, this, [this](int value) { percent = value; });
+    connect(&worker, &FusionWorker::calibrationReport, this, &CalibrationSession::onReport);
+    // Emitted on this thread from finishCalib(), once the save was attempted.
+    connect(&worker, &FusionWorker::CalibrationConfigurationReady, this,
+            [this] { configurationPublished = true; }, Qt::DirectConnection);
+
+    collectTimer.setSingleShot(true);
+    connect(&collectTimer, &QTimer::timeout, this, &CalibrationSession::finish);
+    connect(&tickTimer, &QTimer::timeout, this, [this] { progress.update(progressState(), false); });
+}
+
+void CalibrationSession::start() { worker.setup(room, options.params); }
+
+void CalibrationSession::onStarted() {
+    if (ended) return;
+    started = true;
+    worker.startCalib(SKELETON_CALIB);
+    clock.start();
+    collectTimer.start(options.seconds * 1000);
+    tickTimer.start(1000);
+    progress.update(progressState(), true);
+}
+
+void CalibrationSession::onStartFailed() {
+    if (ended || started) return;
+    std::cerr << "halden-cli: the fusion could not start with fewer than two working cameras" << std::endl;
+    end(kFusionNotStarted);
+}
+
+void CalibrationSession::onReport(const CalibrationReport& report) {
+    ++solves;
+    if (report.usable) {
+        lastUsable = report;
+        lastRmsMm = roomRmsMm(report);
+    }
+    if (started) progress.update(progressState(), true);
+}
+
+ProgressLine::State CalibrationSession::progressState() const {
+    ProgressLine::State state;
+    state.percent = percent;
+    state.frames = worker.calibrationFrameCount();
+    state.solves = solves;
+    state.lastRmsMm = lastRmsMm;
+    state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
+    state.totalSeconds = options.seconds;
+    return state;
+}
+
+void CalibrationSession::interrupt() {
+    if (ended) return;
+    if (started) {
+        progress.close();
+        std::cerr << "halden-cli: interrupted, saving what has been calibrated so far" << std::endl;
+        finish();
+        return;
+    }
+    std::cerr << "halden-cli: interrupted before the calibration started; nothing to save" << std::endl;
+    end(kNothingToSave);
+}
+
+void CalibrationSession::finish() {
+    if (ended) return;
+    collectTimer.stop();
+    tickTimer.stop();
+    progress.close();
+    const int frames = worker.calibrationFrameCount();
+    const bool written = worker.finishCalib(SKELETON_CALIB);
+    // Solves that landed during finishCalib have been reported by now.
+    QCoreApplication::sendPostedEvents(this);
+    if (!written) {
+        if (configurationPublished) {
+            std::cerr << "halden-cli: could not write " << calibrationFileName(QString::fromStdString(options.output))
+                      << std::endl;
+            end(kWriteFailed);
+        } else {
+            std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
+                      << " frames; walk where at least two cameras see one person at a time, for longer" << std::endl;
+            end(kNothingToSave);
+        }
+        return;
+    }
+
+    const std::string saved = calibrationFileName(QString::fromStdString(options.output));
+    std::cout << "Calibration of " << room.size() << " cameras written to " << saved << " (" << frames << " frames, "
+              << solves << " solves)" << std::endl;
+    if (lastUsable) {
+        for (const CameraCalibrationReport& camera : lastUsable->cameras) {
+            std::printf("  camera %d: RMS %.1f mm (from %.1f mm), sigma %.3f deg / %.1f mm, %d keypoint pairs\n",
+                        camera.camera, camera.rmsAfterMm, camera.rmsBeforeMm, camera.rotationSigmaDeg,
+                        camera.translationSigmaMm, camera.residualBlocks);
+        }
+        std::fflush(stdout);
+    }
+    if (!options.report.empty()) {
+        std::string problem;
+        if (!lastUsable) {
+            std::cerr << "halden-cli: no report to write" << std::endl;
+            end(kWriteFailed);
+            return;
+        }
+        if (!writeReport(options.report, *lastUsable, problem)) {
+            std::cerr << "halden-cli: could not write the report " << options.report << ": " << problem << std::endl;
+            end(kWriteFailed);
+            return;
+        }
+        std::cout << "Report written to " << options.report << std::endl;
+    }
+    end(kWritten);
+}
+
+void CalibrationSession::end(CliStatus status) {
+    ended = true;
+    collectTimer.stop();
+    tickTimer.stop();
+    progress.close();
+    worker.close();
+    QCoreApplication::exit(status);
+}

@@ -1,0 +1,52 @@
+// One headless calibration: starts the fusion worker on a room, collects skeletons for
+// the time asked, then finishes the calibration into the output file.
+#pragma once
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "app/console_prompts.hpp"
+#include "fusion/fusion_worker.hpp"
+#include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/progress_line.hpp"
+
+class CalibrationSession : public QObject {
+    Q_OBJECT
+
+public:
+    CalibrationSession(CliOptions options, std::vector<lum::FusionConfiguration> room);
+
+    // Starts the fusion; the session ends the application's event loop with a CliStatus.
+    void start();
+    // Finishes early, saving what has been calibrated so far (from a signal handler's poll).
+    void interrupt();
+
+private:
+    void onStarted();
+    void onStartFailed();
+    void onReport(const CalibrationReport& report);
+    void finish();
+    void end(CliStatus status);
+    ProgressLine::State progressState() const;
+
+    CliOptions options;
+    std::vector<lum::FusionConfiguration> room;
+    std::shared_ptr<ConsolePrompts> prompts;
+    FusionWorker worker;
+    ProgressLine progress;
+    QTimer collectTimer;
+    QTimer tickTimer;
+    QElapsedTimer clock;
+    bool started = false;
+    bool ended = false;
+    bool configurationPublished = false;
+    int percent = 0;
+    int solves = 0;
+    std::optional<CalibrationReport> lastUsable;
+    std::optional<double> lastRmsMm;
+};

@@ -1,0 +1,124 @@
+// Parses halden-cli's command line with QCommandLineParser and checks every value, so
+// a bad argument is reported by name before any camera is touched.
+#include "tools/halden_cli/cli_options.hpp"
+
+#include <QCommandLineParser>
+
+namespace {
+
+bool readInt(const QCommandLineParser& parser, const QString& name, int low, int high, int& value,
+             std::string& problem) {
+    if (!parser.isSet(name)) return true;
+    bool ok = false;
+    const int read = parser.value(name).toInt(&ok);
+    if (!ok || read < low || read > high) {
+        problem = "--" + name.toStdString() + " must be a whole number from " + std::to_string(low) + " to " +
+                  std::to_string(high) + ", not \"" + parser.value(name).toStdString() + "\"";
+        return false;
+    }
+    value = read;
+    return true;
+}
+
+}  // namespace
+
+const char* cliHelpText() {
+    return R"(Usage:
+  halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
+                       [--depth-mode N] [--body-model N] [--confidence N]
+  halden-cli devices
+  halden-cli --help
+
+calibrate    Starts the fusion on a room, runs a skeleton calibration while one person
+             at a time walks through the room, then saves the camera poses.
+  --room FILE        room configuration file to start from
+  --usb              the cameras plugged into this computer, as the room set-up's USB search
+  --output FILE      where the room calibration is written (".json" is added when missing)
+  --seconds N        how long to collect skeletons, default 60; Ctrl-C finishes earlier
+                     and saves what has been calibrated so far
+  --report FILE      also write the calibration report (per camera residuals before and
+                     after, uncertainty, frames shared with each other camera) as JSON
+  --depth-mode N     depth mode of the cameras, 1 (fastest) to 5 (finest), default 4
+  --body-model N     body tracking model, 0 fast, 1 medium, 2 accurate, default 0
+  --confidence N     body detection confidence threshold, 0 to 100, default 50
+devices      Lists the cameras plugged into this computer.
+
+Progress (percent toward the next solve, frames collected, solves, last RMS residual)
+is one line redrawn in place on a terminal, plain lines otherwise, on standard error.
+
+Exit status:
+  0  a calibration was written
+  1  bad command line
+  2  no room: unreadable room file, or no camera plugged in
+  3  the room has fewer than two cameras
+  4  the fusion could not start (fewer than two cameras opened or subscribed)
+  5  nothing to save: no calibration could be computed from what was collected
+  6  the calibration or the report could not be written
+)";
+}
+
+std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::string& problem) {
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    parser.addOptions({{"help", "Help."},
+                       {"room", "Room file.", "FILE"},
+                       {"usb", "Cameras plugged in."},
+                       {"seconds", "Seconds.", "N"},
+                       {"output", "Output file.", "FILE"},
+                       {"report", "Report file.", "FILE"},
+                       {"depth-mode", "Depth mode.", "N"},
+                       {"body-model", "Body model.", "N"},
+                       {"confidence", "Confidence.", "N"}});
+    if (!parser.parse(arguments)) {
+        problem = parser.errorText().toStdString();
+        return std::nullopt;
+    }
+
+    CliOptions options;
+    const QStringList positional = parser.positionalArguments();
+    if (parser.isSet("help")) return options;
+    if (positional.size() != 1) {
+        problem = positional.isEmpty() ? "a command is needed: calibrate or devices" : "only one command at a time";
+        return std::nullopt;
+    }
+    const QString command = positional.front();
+    if (command == "devices") {
+        options.command = CliOptions::Command::Devices;
+        return options;
+    }
+    if (command != "calibrate") {
+        problem = "unknown command \"" + command.toStdString() + "\"";
+        return std::nullopt;
+    }
+
+    options.command = CliOptions::Command::Calibrate;
+    options.usb = parser.isSet("usb");
+    options.roomFile = parser.value("room").toStdString();
+    if (options.usb == parser.isSet("room")) {
+        problem = "calibrate needs exactly one of --room FILE and --usb";
+        return std::nullopt;
+    }
+    if (options.roomFile.empty() && !options.usb) {
+        problem = "--room needs a file name";
+        return std::nullopt;
+    }
+    options.output = parser.value("output").toStdString();
+    if (options.output.empty()) {
+        problem = "calibrate needs --output FILE";
+        return std::nullopt;
+    }
+    options.report = parser.value("report").toStdString();
+    if (parser.isSet("report") && options.report.empty()) {
+        problem = "--report needs a file name";
+        return std::nullopt;
+    }
+    AppParams& params = options.params;
+    params.depthMode = 4;
+    params.detectionConfidence = 50;
+    if (!readInt(parser, "seconds", 1, 24 * 3600, options.seconds, problem) ||
+        !readInt(parser, "depth-mode", 1, 5, params.depthMode, problem) ||
+        !readInt(parser, "body-model", 0, 2, params.bodyModel, problem) ||
+        !readInt(parser, "confidence", 0, 100, params.detectionConfidence, problem))
+        return std::nullopt;
+    return options;
+}

@@ -1,0 +1,35 @@
+// Command line of halden-cli: what to do, with which room, for how long, saved where.
+#pragma once
+
+#include <QStringList>
+
+#include <optional>
+#include <string>
+
+#include "app/shared_records.hpp"
+
+// Exit statuses; each failure has its own so scripts can tell them apart.
+enum CliStatus : int {
+    kWritten = 0,
+    kUsage = 1,
+    kNoRoom = 2,
+    kTooFewCameras = 3,
+    kFusionNotStarted = 4,
+    kNothingToSave = 5,
+    kWriteFailed = 6,
+};
+
+struct CliOptions {
+    enum class Command { Help, Devices, Calibrate };
+    Command command = Command::Help;
+    std::string roomFile;  // empty with --usb
+    bool usb = false;
+    int seconds = 60;
+    std::string output;
+    std::string report;  // empty: no report
+    AppParams params;
+};
+
+// The options, or nullopt with `problem` saying what is wrong with the command line.
+std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::string& problem);
+const char* cliHelpText();

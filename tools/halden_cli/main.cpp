@@ -1,0 +1,84 @@
+// halden-cli: calibrates a room without the GUI (same workers, console prompts), and
+// lists the cameras plugged into this computer.
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <csignal>
+#include <iostream>
+
+#include "tools/halden_cli/calibration_session.hpp"
+#include "tools/halden_cli/cli_options.hpp"
+#include "workspace/room_usb.hpp"
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void onSignal(int) { interrupted = 1; }
+
+int listDevices() {
+    const roomusb::UsbRoom room = roomusb::discover();
+    if (room.lines.empty()) {
+        std::cerr << "halden-cli: no camera plugged into this computer" << std::endl;
+        return kNoRoom;
+    }
+    for (const std::string& line : room.lines) std::cout << line << std::endl;
+    return 0;
+}
+
+// The room to calibrate, or a status when there is none worth starting.
+int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& room) {
+    if (options.usb) {
+        room = roomusb::discover().configurations;
+        if (room.empty()) {
+            std::cerr << "halden-cli: no room: no camera plugged into this computer" << std::endl;
+            return kNoRoom;
+        }
+    } else {
+        std::string problem;
+        room = lum::readFusionConfigurationFile(options.roomFile, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                lum::UNIT::METER, &problem);
+        if (room.empty()) {
+            std::cerr << "halden-cli: no room: "
+                      << (problem.empty() ? "no camera in " + options.roomFile : problem) << std::endl;
+            return kNoRoom;
+        }
+    }
+    if (room.size() < 2) {
+        std::cerr << "halden-cli: the room has " << room.size()
+                  << " camera; a calibration needs at least two" << std::endl;
+        return kTooFewCameras;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    std::string problem;
+    const std::optional<CliOptions> options = parseCliOptions(app.arguments(), problem);
+    if (!options) {
+        std::cerr << "halden-cli: " << problem << "\n\n" << cliHelpText();
+        return kUsage;
+    }
+    if (options->command == CliOptions::Command::Help) {
+        std::cout << cliHelpText();
+        return 0;
+    }
+    if (options->command == CliOptions::Command::Devices) return listDevices();
+
+    std::vector<lum::FusionConfiguration> room;
+    if (const int status = loadRoom(*options, room)) return status;
+
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    CalibrationSession session(*options, std::move(room));
+    QTimer signalPoll;
+    QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
+        if (interrupted) session.interrupt();
+    });
+    signalPoll.start(100);
+    session.start();
+    return app.exec();
+}

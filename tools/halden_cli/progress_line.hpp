@@ -1,0 +1,31 @@
+// The calibration progress on standard error: one line redrawn in place on a terminal,
+// a plain line now and then otherwise (logs and CI output stay readable).
+#pragma once
+
+#include <optional>
+#include <string>
+
+class ProgressLine {
+public:
+    struct State {
+        int percent = 0;  // toward the next solve; passes 100 while a solve runs
+        int frames = 0;
+        int solves = 0;
+        std::optional<double> lastRmsMm;
+        int elapsedSeconds = 0;
+        int totalSeconds = 0;
+    };
+
+    ProgressLine();
+    // `important` lines (a new solve) are printed even when not on a terminal.
+    void update(const State& state, bool important);
+    // Ends the redrawn line so that what follows starts on a fresh one.
+    void close();
+
+    static std::string format(const State& state);
+
+private:
+    bool terminal;
+    bool drawn = false;
+    int lastPlainSecond = -1;
+};
