@@ -4,9 +4,12 @@
 
 #include <QColor>
 #include <QFont>
+#include <QIcon>
 #include <QProxyStyle>
 #include <QString>
 
+class QAbstractButton;
+class QApplication;
 class QMessageBox;
 class QWidget;
 
@@ -24,6 +27,8 @@ extern const QColor error;
 
 class Style {
 public:
+    // Registers the images, fonts and style sheet; safe to call more than once.
+    static void loadResources();
     // The application-wide style sheet (from the resources).
     static QString styleSheet();
     // The font of the given point size, from the bundled font family.
@@ -35,10 +40,22 @@ public:
     static QString lineEditError();
     // Style sheet of a primary action button.
     static QString buttonStyle();
+    // Halden's window icon.
+    static QIcon appIcon();
+    // Palette, font and style sheet for the whole application, so dialogs that are not
+    // styled one by one still match.
+    static void applyTo(QApplication& app);
+    // Style sheet, font and a fresh CustomStyle (owned by the button) on a main action.
+    static void styleButton(QAbstractButton& button);
 };
 
-// Proxy style applied to buttons so that disabled and checked states read clearly.
+// Proxy style for Halden's buttons: no dotted focus frame over the flat colours, and
+// tooltips that come quickly, since a disabled button's tooltip says why it is disabled.
 class CustomStyle : public QProxyStyle {
 public:
     CustomStyle();
+    int styleHint(StyleHint hint, const QStyleOption* option = nullptr, const QWidget* widget = nullptr,
+                  QStyleHintReturn* returnData = nullptr) const override;
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget = nullptr) const override;
 };

@@ -1,0 +1,190 @@
+// The calibration panel: turns the last solve's report into one line per camera of the
+// room, with plain advice, so a user knows where to walk and when to finish.
+#include "app/calibration_panel.hpp"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+#include "style/style.hpp"
+
+namespace {
+
+int mostSharedFrames(const CameraCalibrationReport& camera) {
+    int best = 0;
+    for (const auto& [other, frames] : camera.framesSharedWith) best = std::max(best, frames);
+    return best;
+}
+
+QColor colourOf(CameraReadiness readiness) {
+    switch (readiness) {
+        case CameraReadiness::NoData: return clr::error;
+        case CameraReadiness::NeedsFrames:
+        case CameraReadiness::Uncertain: return clr::warning;
+        case CameraReadiness::Good: return clr::success;
+    }
+    return clr::textMuted;
+}
+
+QString stateName(CameraReadiness readiness) {
+    switch (readiness) {
+        case CameraReadiness::NoData: return QObject::tr("No data");
+        case CameraReadiness::NeedsFrames: return QObject::tr("Needs frames");
+        case CameraReadiness::Uncertain: return QObject::tr("Settling");
+        case CameraReadiness::Good: return QObject::tr("Good");
+    }
+    return QString();
+}
+
+QTableWidgetItem* cell(const QString& text, const QString& tip = QString()) {
+    auto* item = new QTableWidgetItem(text);
+    item->setFlags(Qt::ItemIsEnabled);
+    item->setToolTip(tip.isEmpty() ? text : tip);
+    return item;
+}
+
+}  // namespace
+
+CameraAssessment assessCamera(const CameraCalibrationReport* camera, bool usable,
+                              const ReadinessThresholds& thresholds) {
+    if (!camera || camera->residualBlocks == 0 || camera->framesSharedWith.empty())
+        return {CameraReadiness::NoData,
+                QObject::tr("Not yet seen together with another camera: walk where it and a neighbour both see you.")};
+    if (mostSharedFrames(*camera) < thresholds.minimumSharedFrames || !usable)
+        return {CameraReadiness::NeedsFrames, QObject::tr("Keep walking in its view; it needs more frames.")};
+    const bool finite = std::isfinite(camera->rotationSigmaDeg) && std::isfinite(camera->translationSigmaMm);
+    if (!finite || camera->rotationSigmaDeg > thresholds.maximumRotationSigmaDeg ||
+        camera->translationSigmaMm > thresholds.maximumTranslationSigmaMm)
+        return {CameraReadiness::Uncertain,
+                QObject::tr("Its pose is still uncertain; walk across its whole field of view.")};
+    return {CameraReadiness::Good, QObject::tr("Its pose is well determined.")};
+}
+
+CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
+    setObjectName("report_panel");
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(14, 12, 14, 12);
+    layout->setSpacing(8);
+
+    auto* heading = new QLabel(tr("Calibration"), this);
+    heading->setProperty("role", "heading");
+    layout->addWidget(heading);
+
+    summary_ = new QLabel(this);
+    summary_->setObjectName("report_summary");
+    summary_->setWordWrap(true);
+    layout->addWidget(summary_);
+
+    framesLabel_ = new QLabel(this);
+    framesLabel_->setObjectName("report_frames");
+    framesLabel_->setProperty("role", "muted");
+    layout->addWidget(framesLabel_);
+
+    table_ = new QTableWidget(0, 4, this);
+    table_->setObjectName("report_table");
+    table_->setHorizontalHeaderLabels({tr("Camera"), tr("Shared frames"), tr("Residual, ±1σ"), tr("State")});
+    table_->verticalHeader()->hide();
+    table_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table_->horizontalHeader()->setSectionResizeMode(3, QHeaderView::Stretch);
+    table_->setSelectionMode(QAbstractItemView::NoSelection);
+    table_->setFocusPolicy(Qt::NoFocus);
+    table_->setWordWrap(true);
+    layout->addWidget(table_, 1);
+
+    auto* legend = new QLabel(tr("Shared frames: frames in which this camera and another one each saw exactly one "
+                                 "person. Residual: distance between matching joints after the solve. "
+                                 "Uncertainty: one standard deviation of the camera's rotation and position."),
+                              this);
+    legend->setWordWrap(true);
+    legend->setProperty("role", "muted");
+    layout->addWidget(legend);
+
+    refresh();
+}
+
+void CalibrationPanel::setRoomCameras(std::vector<int> serials) {
+    roomCameras_ = std::move(serials);
+    refresh();
+}
+
+void CalibrationPanel::clear() {
+    report_ = CalibrationReport();
+    frames_ = 0;
+    refresh();
+}
+
+int CalibrationPanel::rowCount() const { return table_->rowCount(); }
+
+QString CalibrationPanel::summaryText() const { return summary_->text(); }
+
+void CalibrationPanel::setReport(CalibrationReport report) {
+    report_ = std::move(report);
+    refresh();
+}
+
+void CalibrationPanel::setFrameCount(int frames) {
+    frames_ = frames;
+    framesLabel_->setText(tr("%1 frames collected, %2 used by the last solve").arg(frames_).arg(report_.frames));
+}
+
+void CalibrationPanel::refresh() {
+    // The room's cameras first, then any the report knows and the room list does not.
+    std::vector<int> serials = roomCameras_;
+    std::set<int> known(serials.begin(), serials.end());
+    for (const auto& camera : report_.cameras)
+        if (known.insert(camera.camera).second) serials.push_back(camera.camera);
+
+    table_->setRowCount(static_cast<int>(serials.size()));
+    readiness_.assign(serials.size(), CameraReadiness::NoData);
+    int good = 0;
+    for (size_t row = 0; row < serials.size(); ++row) {
+        const int serial = serials[row];
+        const auto found = std::find_if(report_.cameras.begin(), report_.cameras.end(),
+                                        [serial](const CameraCalibrationReport& c) { return c.camera == serial; });
+        const CameraCalibrationReport* camera = found == report_.cameras.end() ? nullptr : &*found;
+        const CameraAssessment assessment = assessCamera(camera, report_.usable);
+        readiness_[row] = assessment.readiness;
+        if (assessment.readiness == CameraReadiness::Good) ++good;
+
+        QStringList shared;
+        QString quality = QStringLiteral("-");
+        if (camera) {
+            for (const auto& [other, frames] : camera->framesSharedWith)
+                shared << tr("%1: %2").arg(other).arg(frames);
+            quality = tr("%1 mm").arg(camera->rmsAfterMm, 0, 'f', 1);
+            if (std::isfinite(camera->rotationSigmaDeg) && std::isfinite(camera->translationSigmaMm))
+                quality += tr("\n%1° %2 mm")
+                               .arg(camera->rotationSigmaDeg, 0, 'f', 2)
+                               .arg(camera->translationSigmaMm, 0, 'f', 1);
+        }
+        const int r = static_cast<int>(row);
+        table_->setItem(r, 0, cell(QString::number(serial)));
+        table_->setItem(r, 1, cell(shared.isEmpty() ? tr("none yet") : shared.join('\n')));
+        table_->setItem(r, 2, cell(quality));
+        QTableWidgetItem* state = cell(stateName(assessment.readiness), assessment.advice);
+        state->setForeground(colourOf(assessment.readiness));
+        table_->setItem(r, 3, state);
+    }
+    table_->resizeRowsToContents();
+
+    const int total = static_cast<int>(serials.size());
+    if (total > 0 && good == total)
+        summary_->setText(tr("<font color=%1>All %2 cameras are well placed: you can finish the calibration.</font>")
+                              .arg(clr::success.name())
+                              .arg(total));
+    else if (!report_.usable)
+        summary_->setText(tr("Walk through the room, one person at a time, so that several cameras see you at once. "
+                             "A first result comes after a few seconds."));
+    else
+        summary_->setText(tr("<font color=%1>%2 of %3 cameras still need data: see the State column.</font>")
+                              .arg(clr::warning.name())
+                              .arg(total - good)
+                              .arg(total));
+    setFrameCount(frames_);
+}

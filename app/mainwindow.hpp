@@ -1,0 +1,70 @@
+// Halden's main window: owns the fusion worker, the room set-up dialog, the 3D view, the
+// busy spinner and the repaint timer, and turns the user's actions into worker calls.
+#pragma once
+
+#include <QMainWindow>
+#include <QTimer>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/shared_records.hpp"
+#include "fusion/fusion_worker.hpp"
+#include "lum/lum.hpp"
+
+namespace Ui {
+class MainWindow;
+}
+
+class GuiPrompts;
+class UserPrompts;
+class WSCreator;
+
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    // Every message and question of the window, its workers and its dialog goes through
+    // `prompts`; by default they are Qt dialogs over this window.
+    explicit MainWindow(QWidget* parent = nullptr, std::shared_ptr<UserPrompts> prompts = nullptr);
+    ~MainWindow() override;
+
+    WSCreator* workspaceCreator() const { return wsCreator; }
+    FusionWorker& fusionWorker() { return fusion; }
+
+public slots:
+    void updateUI();
+    void calibprogress(int value);
+    void updateFusionErrorLabel(QString text);
+    void stopSpinner();
+    void setAsReady();
+    void openConfFile(std::string path);
+    void onFusionConfigReady(std::vector<lum::FusionConfiguration> list);
+    void onOption_button_released();
+    void onWsCreatorClosed();
+    void enableModules(bool enabled);
+    void makeCalibrationPossible(bool possible);
+
+private slots:
+    void on_odom_check_toggled(bool checked);
+    void on_sk_check_toggled(bool checked);
+    void on_check_metrics_toggled(bool checked);
+    void on_check_rawdata_toggled(bool checked);
+    void on_calibration_button_released();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void styleWidgets();
+    void connectAll();
+    void fitOverlays();
+    void showRoomCameras(const std::vector<lum::FusionConfiguration>& list);
+
+    // The worker and the timer come first: they are built before the form.
+    FusionWorker fusion;
+    QTimer timer;
+    std::unique_ptr<Ui::MainWindow> ui;
+    std::shared_ptr<UserPrompts> prompts;
+    WSCreator* wsCreator = nullptr;
+};

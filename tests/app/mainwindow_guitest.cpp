@@ -1,0 +1,177 @@
+// The main window without a working room: the first screen, the status colours, the room
+// set-up shown over the window, and a room that fails to start.
+#include <QCheckBox>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTranslator>
+
+#include <cmath>
+
+#include "app/application.hpp"
+#include "app/calibration_panel.hpp"
+#include "app/mainwindow.hpp"
+#include "style/waiting_spinner_widget.hpp"
+#include "tests/app/recording_prompts.hpp"
+#include "workspace/room_usb.hpp"
+#include "workspace/wscreator.hpp"
+
+class MainWindowTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void withoutRoomNothingCanBeCalibrated();
+    void statusTextIsGreenOnlyForExactSuccess();
+    void roomSetupCoversTheWindowUntilClosed();
+    void roomThatFailsToStartKeepsTheSpinnerTurning();
+    void reportPanelNamesTheCamerasThatLackData();
+    void frenchTranslationIsFoundByLanguageName();
+
+private:
+    template <typename T>
+    T* find(const char* name) {
+        T* widget = window->findChild<T*>(name);
+        if (!widget) qFatal("no widget %s", name);
+        return widget;
+    }
+
+    QTemporaryDir runtime;
+    std::shared_ptr<RecordingPrompts> prompts;
+    std::unique_ptr<MainWindow> window;
+};
+
+void MainWindowTest::initTestCase() {
+    qputenv("PYRA_RUNTIME_DIR", runtime.filePath("ipc").toLocal8Bit());
+    qputenv("PYRA_MODEL_CACHE", runtime.filePath("models").toLocal8Bit());
+    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
+    applyLook(*qApp);
+}
+
+void MainWindowTest::init() {
+    prompts = std::make_shared<RecordingPrompts>();
+    window = std::make_unique<MainWindow>(nullptr, prompts);
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+}
+
+void MainWindowTest::cleanup() { window.reset(); }
+
+void MainWindowTest::withoutRoomNothingCanBeCalibrated() {
+    auto* button = find<QPushButton>("calibration_button");
+    QVERIFY(!button->isEnabled());
+    QCOMPARE(button->toolTip(), QString("You must setup your room before calibrating it."));
+    QVERIFY(!find<QLabel>("fusion_error")->isVisible());
+    QVERIFY(!find<QLabel>("fusion_error_label")->isVisible());
+    QVERIFY(!find<QCheckBox>("sk_check")->isVisible());
+    QVERIFY(!find<QCheckBox>("odom_check")->isEnabled());
+    QVERIFY(!find<QProgressBar>("progressBar")->isVisible());
+    QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("first_screen"));
+    QVERIFY(!find<WaitingSpinnerWidget>("spinner")->isSpinning());
+    window->grab().save(screenshotPath("app_first_screen.png"));
+}
+
+void MainWindowTest::statusTextIsGreenOnlyForExactSuccess() {
+    auto* label = find<QLabel>("fusion_error");
+    window->updateFusionErrorLabel("SUCCESS");
+    QCOMPARE(label->text(), QString("<font color=green>SUCCESS</font>"));
+    window->updateFusionErrorLabel("success");
+    QCOMPARE(label->text(), QString("<font color=red>success</font>"));
+}
+
+void MainWindowTest::roomSetupCoversTheWindowUntilClosed() {
+    WSCreator* creator = window->workspaceCreator();
+    QVERIFY(!creator->isVisible());
+    QTest::mouseClick(find<QPushButton>("roomSetupButton"), Qt::LeftButton);
+    QVERIFY(creator->isVisible());
+    QVERIFY(!find<QWidget>("centralwidget")->isVisible());
+    QCOMPARE(creator->geometry(), window->rect());
+    window->grab().save(screenshotPath("app_room_setup.png"));
+
+    window->resize(window->width() + 40, window->height() + 20);
+    QTRY_COMPARE(creator->size(), window->size());
+
+    emit creator->selfClose();
+    QVERIFY(!creator->isVisible());
+    QVERIFY(find<QWidget>("centralwidget")->isVisible());
+}
+
+void MainWindowTest::roomThatFailsToStartKeepsTheSpinnerTurning() {
+    // One plugged-in camera alone cannot be calibrated: the worker gives up at start-up.
+    const roomusb::UsbRoom usb = roomusb::discover();
+    QVERIFY(!usb.configurations.empty());
+    window->onFusionConfigReady({usb.configurations.front()});
+
+    auto* spinner = find<WaitingSpinnerWidget>("spinner");
+    QVERIFY(spinner->isSpinning());
+    QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("viewer_page"));
+    window->grab().save(screenshotPath("app_room_starting.png"));
+
+    QTRY_VERIFY_WITH_TIMEOUT(prompts->titles().contains("Only ONE opened camera"), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(window->fusionWorker().isFinished(), 30000);
+    QCoreApplication::processEvents();
+    QVERIFY(spinner->isSpinning());
+    auto* button = find<QPushButton>("calibration_button");
+    QVERIFY(!button->isEnabled());
+    QTest::mouseClick(button, Qt::LeftButton);
+    QVERIFY(!button->isChecked());
+}
+
+void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
+    CalibrationPanel panel;
+    panel.setRoomCameras({3, 1, 2});
+    QCOMPARE(panel.rowCount(), 3);
+    QCOMPARE(panel.readinessAt(0), CameraReadiness::NoData);
+
+    auto camera = [](int id, std::map<int, int> shared, double rotationSigma, double translationSigma) {
+        CameraCalibrationReport report;
+        report.camera = id;
+        report.residualBlocks = shared.empty() ? 0 : 1000;
+        report.framesSharedWith = std::move(shared);
+        report.rotationSigmaDeg = rotationSigma;
+        report.translationSigmaMm = translationSigma;
+        return report;
+    };
+    CalibrationReport report;
+    report.usable = true;
+    // Camera 3 of the room never shared a frame; camera 4 is not in the room list at all.
+    report.cameras = {camera(1, {{2, 80}}, 0.0, 0.0), camera(2, {{1, 80}, {4, 10}}, 0.1, 3.0),
+                      camera(4, {{2, 10}}, std::nan(""), std::nan(""))};
+    panel.setReport(report);
+    QCOMPARE(panel.rowCount(), 4);
+    QCOMPARE(panel.readinessAt(0), CameraReadiness::NoData);
+    QCOMPARE(panel.readinessAt(1), CameraReadiness::Good);
+    QCOMPARE(panel.readinessAt(2), CameraReadiness::Good);
+    QCOMPARE(panel.readinessAt(3), CameraReadiness::NeedsFrames);
+    QVERIFY(panel.summaryText().contains("2 of 4 cameras"));
+
+    // Enough frames but a wide or unknown sigma is not good yet; an unusable solve never is.
+    const CameraCalibrationReport wide = camera(5, {{1, 90}}, 0.1, 8.0);
+    QCOMPARE(assessCamera(&wide, true).readiness, CameraReadiness::Uncertain);
+    const CameraCalibrationReport fine = camera(5, {{1, 90}}, 0.1, 1.0);
+    QCOMPARE(assessCamera(&fine, false).readiness, CameraReadiness::NeedsFrames);
+
+    report.cameras = {camera(1, {{2, 80}}, 0.0, 0.0), camera(2, {{1, 80}}, 0.1, 3.0)};
+    panel.setRoomCameras({1, 2});
+    panel.setReport(report);
+    QVERIFY(panel.summaryText().contains("you can finish"));
+}
+
+void MainWindowTest::frenchTranslationIsFoundByLanguageName() {
+    // The look-up uses full locale names; a file per language must serve every country.
+    QTranslator translator;
+    QVERIFY(translator.load(":/i18n/untitled_" + QLocale("fr-CA").name()));
+    QCoreApplication::installTranslator(&translator);
+    MainWindow french(nullptr, prompts);
+    QCoreApplication::removeTranslator(&translator);
+    auto* button = french.findChild<QPushButton*>("calibration_button");
+    QCOMPARE(button->text(), QString("Démarrer la calibration"));
+    QCOMPARE(button->toolTip(), QString("Vous devez configurer votre pièce avant de la calibrer."));
+}
+
+QTEST_MAIN(MainWindowTest)
+#include "mainwindow_guitest.moc"

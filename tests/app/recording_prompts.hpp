@@ -1,0 +1,47 @@
+// Prompts for GUI tests: real message boxes are replaced by a record of what was said,
+// and the save question is answered with a path chosen by the test.
+#pragma once
+
+#include <QMutex>
+#include <QStringList>
+
+#include "app/gui_prompts.hpp"
+
+class RecordingPrompts : public GuiPrompts {
+public:
+    std::shared_ptr<ShownMessage> show(const PromptMessage& message) override {
+        record(message);
+        return std::make_shared<Gone>();
+    }
+    void exec(const PromptMessage& message) override { record(message); }
+    QString askSaveFileName(const QString&, const QString&, const QString&) override { return saveName; }
+
+    QStringList titles() const {
+        QMutexLocker lock(&mutex_);
+        return titles_;
+    }
+
+    QString saveName;
+
+private:
+    class Gone : public ShownMessage {
+    public:
+        bool isVisible() const override { return false; }
+        void hide() override {}
+    };
+
+    void record(const PromptMessage& message) {
+        QMutexLocker lock(&mutex_);
+        titles_ << message.title;
+    }
+
+    mutable QMutex mutex_;
+    QStringList titles_;
+};
+
+// Screenshots go to HALDEN_SCREENSHOT_DIR when it is set (docs/images/ when refreshing the
+// README's pictures), else beside the test build.
+inline QString screenshotPath(const QString& name) {
+    const QByteArray dir = qgetenv("HALDEN_SCREENSHOT_DIR");
+    return (dir.isEmpty() ? QString(HALDEN_BINARY_DIR "/tests/app") : QString::fromLocal8Bit(dir)) + "/" + name;
+}
