@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include <Eigen/Geometry>
+
 #include "calibration/pair_solver.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "calibration/solve_record.hpp"
@@ -19,15 +21,23 @@ calib::PairPoses pairPoses(Poses& poses, const calib::CameraPairData& pair) {
     return {a.q, a.t, b.q, b.t};
 }
 
-// Sum of squared unweighted residuals (m^2) and block count per camera.
-void squaredResiduals(const calib::SolveRecord& record, Poses poses, std::map<int, double>& sums,
+// Sum of squared unweighted residuals (m^2) and their count per camera, leaving out the
+// joints the floor step rewrote, so the figure measures the cameras and not that rewrite.
+void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std::map<int, double>& sums,
                       std::map<int, int>& counts) {
     for (const calib::CameraPairData& pair : *record.pairs) {
-        calib::PairSums s;
-        calib::sumKeypointPairs(pair, 0, pair.pairs.size(), pairPoses(poses, pair), false, false, false, s);
-        for (int camera : {pair.cameraA, pair.cameraB}) {
-            sums[camera] += 2.0 * s.cost;
-            counts[camera] += int(pair.pairs.size());
+        const auto& a = poses.at(pair.cameraA);
+        const auto& b = poses.at(pair.cameraB);
+        const Eigen::Quaterniond qA = Eigen::Map<const Eigen::Quaterniond>(a.q);
+        const Eigen::Quaterniond qB = Eigen::Map<const Eigen::Quaterniond>(b.q);
+        const Eigen::Vector3d tA(a.t[0], a.t[1], a.t[2]), tB(b.t[0], b.t[1], b.t[2]);
+        for (const calib::KeypointPair& p : pair.pairs) {
+            if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
+            const double squared = (p.a - qA.conjugate() * (qB * p.b + tB - tA)).squaredNorm();
+            for (int camera : {pair.cameraA, pair.cameraB}) {
+                sums[camera] += squared;
+                ++counts[camera];
+            }
         }
     }
 }
@@ -97,16 +107,22 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
     std::map<int, int> counts, unused;
     squaredResiduals(*record, record->before, before, counts);
     squaredResiduals(*record, record->after, after, unused);
+    std::map<int, int> blocks;
+    for (const calib::CameraPairData& pair : *record->pairs) {
+        blocks[pair.cameraA] += int(pair.pairs.size());
+        blocks[pair.cameraB] += int(pair.pairs.size());
+    }
     std::map<int, Eigen::Matrix3d> rotation, translation;
     const bool haveCovariance = poseCovariances(*record, rotation, translation);
 
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const auto& [camera, blocks] : counts) {
+    for (const auto& [camera, blockCount] : blocks) {
         CameraCalibrationReport entry;
         entry.camera = camera;
-        entry.residualBlocks = blocks;
-        entry.rmsBeforeMm = 1000.0 * std::sqrt(before[camera] / blocks);
-        entry.rmsAfterMm = 1000.0 * std::sqrt(after[camera] / blocks);
+        entry.residualBlocks = blockCount;
+        const int n = counts[camera];
+        entry.rmsBeforeMm = n > 0 ? 1000.0 * std::sqrt(before[camera] / n) : nan;
+        entry.rmsAfterMm = n > 0 ? 1000.0 * std::sqrt(after[camera] / n) : nan;
         if (camera != record->reference) {
             // The manifold's tangent step d turns by 2|d|.
             entry.rotationSigmaDeg = haveCovariance ? 2.0 * std::sqrt(rotation[camera].trace()) * 180.0 / M_PI : nan;

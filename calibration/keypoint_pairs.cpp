@@ -32,13 +32,13 @@ std::vector<CameraPairData> collectKeypointPairs(const Frames& frames) {
     std::map<std::pair<int, int>, lum::Timestamp> lastFrame;
     forEachKeypointPair(frames, [&](lum::Timestamp ts, int cameraA, int cameraB,
                                     const Eigen::Vector3d& a, const Eigen::Vector3d& b,
-                                    const Eigen::Matrix3d& weight) {
+                                    const Eigen::Matrix3d& weight, int keypoint) {
         CameraPairData& data = byPair[{cameraA, cameraB}];
         if (data.pairs.empty() || lastFrame[{cameraA, cameraB}] != ts) ++data.frames;
         lastFrame[{cameraA, cameraB}] = ts;
         data.cameraA = cameraA;
         data.cameraB = cameraB;
-        data.pairs.push_back({a, b, weight, weight.transpose() * weight});
+        data.pairs.push_back({a, b, weight, weight.transpose() * weight, keypoint});
     });
     std::vector<CameraPairData> result;
     result.reserve(byPair.size());

@@ -21,6 +21,7 @@ struct KeypointPair {
     Eigen::Vector3d b;       // same joint in camera B's frame
     Eigen::Matrix3d weight;  // lower factor of the information of A's keypoint
     Eigen::Matrix3d weightSquared;  // weight^T weight: what the normal equations need
+    int keypoint = -1;              // joint index in the body layout
 };
 
 struct CameraPairData {
@@ -40,7 +41,7 @@ bool isUsable(float x);
 // A keypoint without covariance gets the identity.
 Eigen::Matrix3d informationFactor(const lum::BodyData& body, size_t keypoint);
 
-// Calls visit(ts, cameraA, cameraB, pointA, pointB, weight) for every block of the
+// Calls visit(ts, cameraA, cameraB, pointA, pointB, weight, keypoint) for every block of the
 // problem, in frame, camera A, camera B, keypoint order (both orders of each pair).
 template <typename Visit>
 void forEachKeypointPair(const Frames& frames, Visit&& visit) {
@@ -55,7 +56,7 @@ void forEachKeypointPair(const Frames& frames, Visit&& visit) {
                     const lum::Vector3f& b = bodyB.keypoint[k];
                     if (!isUsable(a.x) || !isUsable(b.x)) continue;
                     visit(ts, cameraA, cameraB, Eigen::Vector3d(a.x, a.y, a.z),
-                          Eigen::Vector3d(b.x, b.y, b.z), informationFactor(bodyA, k));
+                          Eigen::Vector3d(b.x, b.y, b.z), informationFactor(bodyA, k), int(k));
                 }
             }
         }

@@ -100,6 +100,8 @@ bool SkeletonMulticameraCalibration::calibrate() {
     record->robust = robust;
     record->frames = int(frames.size());
     record->residualBlocks = residualBlocks;
+    const FloorKeypoints rewritten = floorKeypoints(bodyFormat);
+    record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
 
     ceres::Problem::Options problemOptions;
     ceres::Solver::Options options = getSolverOptions();
@@ -124,7 +126,7 @@ bool SkeletonMulticameraCalibration::calibrate() {
     } else {
         ceres::LossFunction* loss = robust ? getLoss() : nullptr;  // one, shared by every block
         calib::forEachKeypointPair(frames, [&](lum::Timestamp, int cameraA, int cameraB, Eigen::Vector3d a,
-                                               Eigen::Vector3d b, Eigen::Matrix3d weight) {
+                                               Eigen::Vector3d b, Eigen::Matrix3d weight, int) {
             PoseStruct& poseA = poses[cameraA];
             PoseStruct& poseB = poses[cameraB];
             problem.AddResidualBlock(createResidualBlock(a, b, weight, weightByCovariance), loss, poseA.q,

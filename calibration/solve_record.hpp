@@ -2,6 +2,7 @@
 // Immutable once made, so copies of the calibration can share it across threads.
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <vector>
@@ -22,6 +23,9 @@ struct SolveRecord {
     int frames = 0;
     int residualBlocks = 0;
     double seconds = 0;
+    // The up-pair joints, which the floor step stores back in world coordinates: after the
+    // first usable solve they are no longer camera measurements, so residuals leave them out.
+    std::array<int, 2> rewrittenJoints{-1, -1};
 };
 
 }  // namespace calib

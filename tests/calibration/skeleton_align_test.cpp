@@ -308,4 +308,18 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
     EXPECT_EQ(json["cameras"][1]["residualBlocks"], many.cameras[1].residualBlocks);
 }
 
+// The floor step stores the up-pair joints back in world coordinates; a later report must
+// not mistake them for camera residuals.
+TEST(CalibrationReport, ResidualsLeaveOutTheRewrittenJoints) {
+    synthetic::Room room{synthetic::Options()};
+    Calibration calibration;
+    calibration.bodyFormat = 0;
+    room.feed(calibration, 40);
+    ASSERT_TRUE(calibration.calibrate());
+    const double first = makeCalibrationReport(calibration).cameras[1].rmsAfterMm;
+    room.feed(calibration, 20, 20.0);
+    ASSERT_TRUE(calibration.calibrate());
+    EXPECT_LT(makeCalibrationReport(calibration).cameras[1].rmsAfterMm, 1.5 * first);
+}
+
 }  // namespace
