@@ -94,7 +94,7 @@ void printAccuracyTable() {
     const pyra_sim::Scene scene = pyra_sim::defaultScene();
     pyra_sim::ObservationOptions observation;
     std::map<int, lum::Transform> truth;
-    for (const pyra_sim::CameraSpec& camera : scene.cameras) truth[int(camera.serial)] = camera.pose;
+    for (const pyra_sim::CameraSettings& camera : scene.cameras) truth[int(camera.serial)] = camera.pose;
     const int reference = truth.begin()->first;
 
     std::printf("\n| calibrate | walked | frames | solve | per camera: rotation error (deg) / translation error (mm) |\n");
@@ -106,7 +106,7 @@ void printAccuracyTable() {
     for (int step = 1; step <= 240; ++step) {
         const uint64_t now = start + uint64_t(step) * 500000000ull;
         std::map<int, lum::BodyData> frame;
-        for (const pyra_sim::CameraSpec& camera : scene.cameras) {
+        for (const pyra_sim::CameraSettings& camera : scene.cameras) {
             const double period = 1.0 / camera.fps;
             const double phase = pyra_sim::cameraPhase(scene, camera);
             const double seconds = double(now) * 1e-9;

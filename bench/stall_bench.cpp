@@ -30,7 +30,7 @@ bool waitFor(const std::atomic<bool>& flag, int seconds) {
 
 std::map<int, lum::Transform> defaultRoom() {
     std::map<int, lum::Transform> poses;
-    for (const pyra_sim::CameraSpec& camera : pyra_sim::defaultScene().cameras)
+    for (const pyra_sim::CameraSettings& camera : pyra_sim::defaultScene().cameras)
         poses[static_cast<int>(camera.serial)] = camera.pose;
     return poses;
 }

@@ -42,3 +42,18 @@ function(halden_qtest name)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS gui)
 endfunction()
+
+# halden_gui_tests(LIBS ...): one Qt Test program per *_guitest.cpp of the calling folder,
+# when the first library exists (GUI libraries are left out of sanitizer builds).
+function(halden_gui_tests)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  list(GET ARG_LIBS 0 first)
+  file(GLOB files CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_guitest.cpp)
+  if(NOT TARGET ${first})
+    return()
+  endif()
+  foreach(file ${files})
+    get_filename_component(name ${file} NAME_WE)
+    halden_qtest(${name} SOURCES ${file} LIBS ${ARG_LIBS})
+  endforeach()
+endfunction()

@@ -35,7 +35,7 @@ int lockCamera(unsigned int serial) {
     return fd;
 }
 
-bool pluggedIn(const pyra_sim::CameraSpec& c) { return c.pluggedIn || pyra_sim::allCamerasPluggedIn(); }
+bool pluggedIn(const pyra_sim::CameraSettings& c) { return c.pluggedIn || pyra_sim::allCamerasPluggedIn(); }
 
 bool inRange(int value, int last) { return value >= 0 && value < last; }
 
@@ -44,7 +44,7 @@ bool inRange(int value, int last) { return value >= 0 && value < last; }
 class CameraBackend {
 public:
     pyra_sim::Scene scene;
-    pyra_sim::CameraSpec simulated;
+    pyra_sim::CameraSettings simulated;
     InitParameters init;
     int lockFd = -1;
     uint64_t openedAtNs = 0;
@@ -73,15 +73,15 @@ public:
         lastFrame = -1;
     }
 
-    ERROR_CODE pickCamera(const InputType& input, const pyra_sim::CameraSpec*& found) {
+    ERROR_CODE pickCamera(const InputType& input, const pyra_sim::CameraSettings*& found) {
         found = nullptr;
         if (input.isInit() && input.getType() != INPUT_TYPE::USB && input.getType() != INPUT_TYPE::GMSL)
             return ERROR_CODE::CAMERA_NOT_DETECTED;
-        std::vector<const pyra_sim::CameraSpec*> attached;
+        std::vector<const pyra_sim::CameraSettings*> attached;
         for (const auto& c : scene.cameras)
             if (pluggedIn(c)) attached.push_back(&c);
         if (input.isInit() && input.isFromSerialNumber()) {
-            const pyra_sim::CameraSpec* c = pyra_sim::findCamera(scene, unsigned(input.getNumber()));
+            const pyra_sim::CameraSettings* c = pyra_sim::findCamera(scene, unsigned(input.getNumber()));
             if (!c || !pluggedIn(*c)) return ERROR_CODE::CAMERA_NOT_DETECTED;
             found = c;
         } else if (input.isInit()) {
@@ -115,7 +115,7 @@ ERROR_CODE Camera::open(const InitParameters& parameters) {
         int(parameters.flip) > 2)
         return ERROR_CODE::INVALID_FUNCTION_PARAMETERS;
     b.scene = pyra_sim::activeScene();
-    const pyra_sim::CameraSpec* simulated = nullptr;
+    const pyra_sim::CameraSettings* simulated = nullptr;
     ERROR_CODE found = b.pickCamera(parameters.input, simulated);
     if (found != ERROR_CODE::SUCCESS) return found;
     if (simulated->faults.failToOpen) return ERROR_CODE::CAMERA_STREAM_FAILED_TO_START;
@@ -264,7 +264,7 @@ ERROR_CODE Camera::retrieveBodies(Bodies& bodies, const BodyTrackingRuntimeParam
 CameraInformation Camera::getCameraInformation() const {
     CameraInformation info;
     if (!isOpened()) return info;
-    const pyra_sim::CameraSpec& c = backend_->simulated;
+    const pyra_sim::CameraSettings& c = backend_->simulated;
     info.serial_number = c.serial;
     info.camera_configuration.fps = c.fps;
     info.camera_configuration.focalLengthPixels = c.noise.focalPx;
@@ -280,7 +280,7 @@ Timestamp Camera::getTimestamp() const { return backend_->frameTime; }
 
 std::vector<DeviceProperties> Camera::getDeviceList() {
     std::vector<DeviceProperties> devices;
-    for (const pyra_sim::CameraSpec& c : pyra_sim::activeScene().cameras) {
+    for (const pyra_sim::CameraSettings& c : pyra_sim::activeScene().cameras) {
         if (!pluggedIn(c)) continue;
         DeviceProperties d;
         d.id = int(devices.size());

@@ -28,7 +28,7 @@ lum::Bodies seeing(int people, bool isNew) {
 
 std::map<int, lum::Transform> sceneTruth(const pyra_sim::Scene& scene) {
     std::map<int, lum::Transform> truth;
-    for (const pyra_sim::CameraSpec& camera : scene.cameras) truth[static_cast<int>(camera.serial)] = camera.pose;
+    for (const pyra_sim::CameraSettings& camera : scene.cameras) truth[static_cast<int>(camera.serial)] = camera.pose;
     return truth;
 }
 

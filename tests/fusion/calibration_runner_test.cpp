@@ -8,7 +8,7 @@
 
 TEST(CalibrationRunner, MergesTheSolveWithoutLosingFramesCollectedMeanwhile) {
     std::map<int, lum::Transform> truth;
-    for (const pyra_sim::CameraSpec& camera : pyra_sim::defaultScene().cameras)
+    for (const pyra_sim::CameraSettings& camera : pyra_sim::defaultScene().cameras)
         truth[static_cast<int>(camera.serial)] = camera.pose;
     SkeletonMulticameraCalibration store = fusiontest::syntheticStore(truth, 15, 0.003, 5);
     const SkeletonMulticameraCalibration later = fusiontest::syntheticStore(truth, 3, 0.003, 6);

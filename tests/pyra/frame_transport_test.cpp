@@ -20,7 +20,7 @@ using pyra::transport::Frame;
 Frame observedFrame(lum::BODY_FORMAT format) {
     pyra_sim::Scene scene = pyra_sim::defaultScene();
     scene.people.count = 3;
-    pyra_sim::CameraSpec camera = scene.cameras[0];
+    pyra_sim::CameraSettings camera = scene.cameras[0];
     camera.bodyFormat = format;
     Frame f;
     f.serial = camera.serial;

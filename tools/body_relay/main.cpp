@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
     } else {
         scene = pyra_sim::activeScene();
     }
-    const pyra_sim::CameraSpec* camera = pyra_sim::findCamera(scene, unsigned(serial));
+    const pyra_sim::CameraSettings* camera = pyra_sim::findCamera(scene, unsigned(serial));
     if (!camera) {
         std::string known;
         for (const auto& c : scene.cameras) known += (known.empty() ? "" : ", ") + std::to_string(c.serial);

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
     fusion.init(init);
     int subscribed = 0;
     for (auto [serial, port] : cameras) {
-        const pyra_sim::CameraSpec* known = pyra_sim::findCamera(scene, serial);
+        const pyra_sim::CameraSettings* known = pyra_sim::findCamera(scene, serial);
         lum::CommunicationParameters link;
         link.setForLocalNetwork(host, port);
         lum::FUSION_ERROR_CODE code =

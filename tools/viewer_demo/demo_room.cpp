@@ -60,10 +60,10 @@ bool DemoRoom::start(std::function<void()> onNewData, std::string* message) {
     fusion.enablePositionalTracking();
     const pyra_sim::Scene scene = pyra_sim::activeScene();
     for (const auto& sender : senders) {
-        const pyra_sim::CameraSpec* spec = pyra_sim::findCamera(scene, sender->serial);
+        const pyra_sim::CameraSettings* camera = pyra_sim::findCamera(scene, sender->serial);
         const lum::CameraIdentifier id(sender->serial);
         const lum::FUSION_ERROR_CODE code =
-            fusion.subscribe(id, sharedMemory, spec ? spec->pose : lum::Transform());
+            fusion.subscribe(id, sharedMemory, camera ? camera->pose : lum::Transform());
         if (code == lum::FUSION_ERROR_CODE::SUCCESS)
             subscribed.push_back(id);
         else

@@ -32,7 +32,7 @@ struct FaultSettings {
     std::array<int, 3> reportedVersion{5, 1, 0};
 };
 
-struct CameraSpec {
+struct CameraSettings {
     unsigned int serial = 0;
     lum::Transform pose;  // camera to room
     float fps = 30.f;
@@ -61,7 +61,7 @@ struct Scene {
     float length = 6.f;  // along z
     float height = 3.f;
     uint64_t seed = 1;
-    std::vector<CameraSpec> cameras;
+    std::vector<CameraSettings> cameras;
     PeopleSettings people;
 };
 
@@ -75,13 +75,13 @@ bool loadScene(const std::string& path, Scene& scene, std::string* error);
 Scene activeScene();
 // Replaces the scene of this process (tools and tests).
 void setActiveScene(const Scene& scene);
-const CameraSpec* findCamera(const Scene& scene, unsigned int serial);
+const CameraSettings* findCamera(const Scene& scene, unsigned int serial);
 // This process plays another machine: every scene camera counts as plugged in.
 void setAllCamerasPluggedIn(bool all);
 bool allCamerasPluggedIn();
 
 // Clock phase of a camera in [0, 1/fps): frames are taken at phase + k / fps.
-double cameraPhase(const Scene& scene, const CameraSpec& camera);
+double cameraPhase(const Scene& scene, const CameraSettings& camera);
 
 struct TrueBody {
     int id = 0;
@@ -107,7 +107,7 @@ struct ObservedTruth {
 };
 
 // What `camera` reports at a frame time: its bodies with the noise of the scene.
-lum::Bodies observe(const Scene& scene, const CameraSpec& camera, uint64_t timestampNs,
+lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t timestampNs,
                     const ObservationOptions& options, std::vector<ObservedTruth>* truth = nullptr);
 
 // Depth noise of a camera at a depth, in metres, for a depth mode.

@@ -51,7 +51,7 @@ float depthSigma(const NoiseSettings& noise, float depth, lum::DEPTH_MODE mode) 
     return noise.depthSigmaAt3m * ratio * ratio * factor;
 }
 
-lum::Bodies observe(const Scene& scene, const CameraSpec& camera, uint64_t timestampNs,
+lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t timestampNs,
                     const ObservationOptions& options, std::vector<ObservedTruth>* truth) {
     lum::Bodies out;
     out.timestamp = lum::Timestamp(timestampNs);

@@ -126,7 +126,7 @@ void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSe
     f.reportedVersion = v;
 }
 
-void readCamera(FieldReader& in, const json& j, const std::string& path, CameraSpec& c) {
+void readCamera(FieldReader& in, const json& j, const std::string& path, CameraSettings& c) {
     if (!j.is_object()) return in.fail(path, "must be an object");
     if (!j.contains("serial")) return in.fail(path + "serial", "is missing");
     in.number(j, "serial", path, c.serial, 1.0, 4294967295.0);
@@ -183,7 +183,7 @@ Scene defaultScene() {
     const float xs[4] = {-corner, corner, corner, -corner};
     const float zs[4] = {-corner, -corner, corner, corner};
     for (int i = 0; i < 4; ++i) {
-        CameraSpec c;
+        CameraSettings c;
         c.serial = 41001 + i;
         c.pose = lookAt(lum::Vector3f(xs[i], 2.6f, zs[i]), lum::Vector3f(0.f, 0.9f, 0.f));
         scene.cameras.push_back(c);
@@ -228,7 +228,7 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
             in.fail("cameras", "holds more than 64 cameras");
         } else {
             for (size_t i = 0; i < cams->size() && in.ok(); ++i) {
-                CameraSpec c;
+                CameraSettings c;
                 readCamera(in, (*cams)[i], "cameras[" + std::to_string(i) + "].", c);
                 if (in.ok() && findCamera(s, c.serial))
                     in.fail("cameras[" + std::to_string(i) + "].serial", "repeats serial " + std::to_string(c.serial));
@@ -285,8 +285,8 @@ void setActiveScene(const Scene& scene) {
     sceneSlot() = std::make_unique<Scene>(scene);
 }
 
-const CameraSpec* findCamera(const Scene& scene, unsigned int serial) {
-    for (const CameraSpec& c : scene.cameras)
+const CameraSettings* findCamera(const Scene& scene, unsigned int serial) {
+    for (const CameraSettings& c : scene.cameras)
         if (c.serial == serial) return &c;
     return nullptr;
 }
@@ -294,7 +294,7 @@ const CameraSpec* findCamera(const Scene& scene, unsigned int serial) {
 void setAllCamerasPluggedIn(bool all) { allPluggedIn() = all; }
 bool allCamerasPluggedIn() { return allPluggedIn(); }
 
-double cameraPhase(const Scene& scene, const CameraSpec& camera) {
+double cameraPhase(const Scene& scene, const CameraSettings& camera) {
     double period = 1.0 / camera.fps;
     if (camera.phaseSeconds >= 0) return std::fmod(camera.phaseSeconds, period);
     return HashRandom(hashKey({scene.seed, camera.serial, 0x5048415345ULL})).uniform(0.0, period);
