@@ -4,13 +4,12 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "atomic_file.hpp"
 #include "lum/camera.hpp"
 
 namespace lum {
@@ -36,15 +35,6 @@ std::string modelFile(AI_MODELS model, int gpuId, const char* suffix) {
 bool exists(const std::string& path) {
     struct stat st {};
     return ::stat(path.c_str(), &st) == 0;
-}
-
-bool writeAtomically(const std::string& path, const std::string& content) {
-    std::string temporary = path + ".tmp" + std::to_string(::getpid());
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        if (!(out << content)) return false;
-    }
-    return std::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 double optimiseSeconds() {
@@ -75,10 +65,12 @@ ERROR_CODE optimizeAIModel(AI_MODELS model, int gpuId) {
     for (size_t i = 1; i <= folder.size(); ++i)
         if (i == folder.size() || folder[i] == '/') ::mkdir(folder.substr(0, i).c_str(), 0755);
     std::string name = toString(model);
-    if (!exists(modelFile(model, gpuId, ".onnx")) && !writeAtomically(modelFile(model, gpuId, ".onnx"), name + " weights\n"))
+    std::string problem;
+    if (!exists(modelFile(model, gpuId, ".onnx")) &&
+        !replaceFile(modelFile(model, gpuId, ".onnx"), name + " weights\n", problem))
         return ERROR_CODE::FAILURE;
     std::this_thread::sleep_for(std::chrono::duration<double>(optimiseSeconds()));
-    if (!writeAtomically(modelFile(model, gpuId, ".engine"), name + " optimised\n")) return ERROR_CODE::FAILURE;
+    if (!replaceFile(modelFile(model, gpuId, ".engine"), name + " optimised\n", problem)) return ERROR_CODE::FAILURE;
     return ERROR_CODE::SUCCESS;
 }
 

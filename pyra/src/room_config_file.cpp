@@ -1,8 +1,6 @@
 // Room configuration files on disk: oversized files are refused unread, and writes go through
 // a temporary file renamed over the target, so a crash never leaves half a room file.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +10,7 @@
 #include <sstream>
 
 #include "lum/fusion.hpp"
+#include "atomic_file.hpp"
 #include "room_document.hpp"
 
 namespace lum {
@@ -50,35 +49,6 @@ bool readWholeFile(const std::string& path, std::string& text, std::string& prob
     }
     text.resize(static_cast<size_t>(in.gcount()));
     return true;
-}
-
-bool writeAll(int fd, const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-bool replaceFile(const std::string& path, const std::string& bytes, std::string& problem) {
-    std::string temporary = path + ".XXXXXX";
-    const int fd = ::mkstemp(&temporary[0]);
-    if (fd < 0) {
-        problem = std::string("cannot create a temporary file beside it: ") + std::strerror(errno);
-        return false;
-    }
-    errno = 0;
-    // mkstemp makes the file private; a room file is an ordinary document.
-    int failure = (writeAll(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0) ? 0 : (errno ? errno : EIO);
-    if (::close(fd) != 0 && failure == 0) failure = errno;
-    if (failure == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) failure = errno;
-    if (failure == 0) return true;
-    ::unlink(temporary.c_str());
-    problem = std::string("cannot be written: ") + std::strerror(failure);
-    return false;
 }
 
 }  // namespace
