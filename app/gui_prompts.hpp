@@ -5,7 +5,7 @@
 #include <QObject>
 #include <QPointer>
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 
 class QMessageBox;
 class QWidget;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "lum/lum.hpp"
 

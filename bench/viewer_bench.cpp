@@ -10,7 +10,7 @@
 #include <memory>
 #include <random>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "pyra_sim/scene.hpp"
 #include "viewer/gl_viewer.hpp"
 

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <set>
 
-#include "app/console_prompts.hpp"
+#include "core/console_prompts.hpp"
 
 std::string calibrationFileName(const QString& chosen) {
     const QString name = chosen.isEmpty() ? QString("~/calib.json") : chosen;

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "app/shared_records.hpp"
-#include "app/user_prompts.hpp"
+#include "core/shared_records.hpp"
+#include "core/user_prompts.hpp"
 #include "calibration/calibration_report.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/calibration_runner.hpp"

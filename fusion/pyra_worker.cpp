@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "app/console_prompts.hpp"
+#include "core/console_prompts.hpp"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <mutex>
 
-#include "app/shared_records.hpp"
-#include "app/user_prompts.hpp"
+#include "core/shared_records.hpp"
+#include "core/user_prompts.hpp"
 #include "lum/lum.hpp"
 
 class PyraWorker : public QThread {

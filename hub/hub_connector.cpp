@@ -2,8 +2,8 @@
 // answers with something unexpected yields an empty result and a debug-log line, never a throw.
 #include "hub/hub_connector.hpp"
 
-#include "app/console_prompts.hpp"
-#include "app/user_prompts.hpp"
+#include "core/console_prompts.hpp"
+#include "core/user_prompts.hpp"
 
 #include <QDebug>
 #include <QNetworkReply>

@@ -15,7 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "lum/lum.hpp"
 #include "viewer/camera_gl.hpp"
 #include "viewer/palette_generator.hpp"

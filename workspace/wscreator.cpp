@@ -14,7 +14,7 @@
 
 #include <algorithm>
 
-#include "app/console_prompts.hpp"
+#include "core/console_prompts.hpp"
 #include "style/style.hpp"
 #include "workspace/room_file.hpp"
 #include "workspace/room_usb.hpp"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "hub/hub_connector.hpp"
 #include "lum/lum.hpp"
 

@@ -11,7 +11,7 @@
 
 #include <iostream>
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 #include "workspace/room_file.hpp"
 #include "workspace/wscreator_support.hpp"
 

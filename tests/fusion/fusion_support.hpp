@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 #include "lum/lum.hpp"
 
 namespace fusiontest {

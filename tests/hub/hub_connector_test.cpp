@@ -2,7 +2,7 @@
 // reply shapes, faults and token failures.
 #include "hub/hub_connector.hpp"
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <QtTest>
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 #include "workspace/wscreator.hpp"
 
 class RecordingPrompts : public UserPrompts {

@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "app/console_prompts.hpp"
+#include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "tools/halden_cli/cli_options.hpp"
 #include "tools/halden_cli/progress_line.hpp"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 
 // Exit statuses; each failure has its own so scripts can tell them apart.
 enum CliStatus : int {

@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "pyra_sim/scene.hpp"
 
 namespace {

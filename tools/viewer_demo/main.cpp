@@ -6,7 +6,7 @@
 
 #include <iostream>
 
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 #include "pyra_sim/scene.hpp"
 #include "tools/viewer_demo/demo_room.hpp"
 #include "viewer/gl_viewer.hpp"

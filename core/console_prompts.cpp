@@ -1,6 +1,6 @@
 // Console prompts: print the title and text of each message to standard error.
 // Shown messages are gone at once, so a worker waiting for one to be hidden goes on.
-#include "app/console_prompts.hpp"
+#include "core/console_prompts.hpp"
 
 #include <iostream>
 

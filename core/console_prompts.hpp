@@ -2,7 +2,7 @@
 // answers configured beforehand.
 #pragma once
 
-#include "app/user_prompts.hpp"
+#include "core/user_prompts.hpp"
 
 class ConsolePrompts : public UserPrompts {
 public:

@@ -1,6 +1,6 @@
 // The single SharedData instance and the meta-type registration.
 // A function-local static gives thread-safe construction on first use.
-#include "app/shared_records.hpp"
+#include "core/shared_records.hpp"
 
 SharedData& SharedData::getInstance() {
     static SharedData instance;
