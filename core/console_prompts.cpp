@@ -40,3 +40,13 @@ QString ConsolePrompts::askSaveFileName(const QString&, const QString&, const QS
 QString ConsolePrompts::askOpenFileName(const QString&, const QString&, const QString&) { return openFileName_; }
 
 std::optional<QString> ConsolePrompts::askText(const QString&, const QString&, const QString&) { return std::nullopt; }
+
+std::shared_ptr<UserPrompts> promptsOrConsole(std::shared_ptr<UserPrompts> prompts) {
+    // Never destroyed: a worker still running during exit may print through it.
+    static const auto* const console = new std::shared_ptr<UserPrompts>(std::make_shared<ConsolePrompts>());
+    return prompts ? std::move(prompts) : *console;
+}
+
+UserPrompts& promptsOrConsole(UserPrompts* prompts) {
+    return prompts ? *prompts : *promptsOrConsole(std::shared_ptr<UserPrompts>());
+}

@@ -19,3 +19,8 @@ private:
     QString saveFileName_;
     QString openFileName_;
 };
+
+// What a caller that was given no prompts talks to: one console implementation shared by
+// the whole process, so every worker and dialog falls back the same way.
+std::shared_ptr<UserPrompts> promptsOrConsole(std::shared_ptr<UserPrompts> prompts);
+UserPrompts& promptsOrConsole(UserPrompts* prompts);

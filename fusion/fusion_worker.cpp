@@ -24,7 +24,7 @@ FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::
 FusionWorker::~FusionWorker() { close(); }
 
 void FusionWorker::setPrompts(std::shared_ptr<UserPrompts> prompts_) {
-    prompts = prompts_ ? std::move(prompts_) : std::make_shared<ConsolePrompts>();
+    prompts = promptsOrConsole(std::move(prompts_));
 }
 
 void FusionWorker::setup(std::string path, AppParams params_) {

@@ -26,7 +26,7 @@ lum::AI_MODELS aiModelFor(int32_t bodyModel) {
 }  // namespace
 
 PyraWorker::PyraWorker(std::shared_ptr<UserPrompts> prompts_)
-    : prompts(prompts_ ? std::move(prompts_) : std::make_shared<ConsolePrompts>()) {}
+    : prompts(promptsOrConsole(std::move(prompts_))) {}
 
 PyraWorker::~PyraWorker() {
     close();

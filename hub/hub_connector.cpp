@@ -107,13 +107,8 @@ void HubConnector::setDefaultHubAddressForTesting(const QString& address) {
 
 QString HubConnector::connectViaImplicitFlow(const QString& user, const QString& password) {
     if (address_.isEmpty()) {
-        UserPrompts* prompts = prompts_;
-        if (!prompts) {
-            if (!consolePrompts_) consolePrompts_ = std::make_unique<ConsolePrompts>();
-            prompts = consolePrompts_.get();
-        }
-        prompts->exec({QStringLiteral("Connection error"), QStringLiteral("Invalid Pyra Hub tenant address."),
-                       PromptIcon::Warning});
+        promptsOrConsole(prompts_).exec({QStringLiteral("Connection error"),
+                                         QStringLiteral("Invalid Pyra Hub tenant address."), PromptIcon::Warning});
     }
 
     const QString url = address_ + kTokenPath;

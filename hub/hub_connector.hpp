@@ -82,5 +82,4 @@ private:
     const QString defaultHubSecret_ = QStringLiteral("Hx5Wn2Rq8ZtLm4Ve7YsKc3Pj9FdGuB");
 
     UserPrompts* prompts_ = nullptr;
-    std::unique_ptr<UserPrompts> consolePrompts_;
 };

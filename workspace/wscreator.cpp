@@ -43,7 +43,7 @@ QToolButton#create_toolButton { padding: 10px 16px; font-size: 11pt; }
 }  // namespace
 
 WSCreator::WSCreator(QWidget* parent, UserPrompts* prompts)
-    : QDialog(parent), ui_(std::make_unique<Ui::WSCreator>()), consolePrompts_(std::make_unique<ConsolePrompts>()) {
+    : QDialog(parent), ui_(std::make_unique<Ui::WSCreator>()) {
     prompts_ = prompts;
     ui_->setupUi(this);
 
@@ -113,7 +113,7 @@ void WSCreator::setPrompts(UserPrompts* prompts) {
     if (hub_) hub_->setPrompts(&this->prompts());
 }
 
-UserPrompts& WSCreator::prompts() const { return prompts_ ? *prompts_ : *consolePrompts_; }
+UserPrompts& WSCreator::prompts() const { return promptsOrConsole(prompts_); }
 
 AppParams WSCreator::getParameters() const {
     AppParams params;

@@ -103,7 +103,6 @@ private:
     std::unique_ptr<Ui::WSCreator> ui_;
     CustomStyle* customStyle_ = nullptr;  // owned by the dialog
     UserPrompts* prompts_ = nullptr;
-    std::unique_ptr<UserPrompts> consolePrompts_;
 
     int sourceKind_ = SOURCE_NONE;
     std::vector<lum::FusionConfiguration> usbConfigurations_;

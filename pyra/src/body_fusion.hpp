@@ -7,11 +7,10 @@
 
 #include "lum/math.hpp"
 #include "lum/records.hpp"
+#include "covariance.hpp"
 
 namespace pyra {
 
-// C * cov * C^T * scale^2 on the six upper-triangle terms.
-std::array<float, 6> transformCovariance(const lum::Matrix3f& c, float scale, const std::array<float, 6>& cov);
 // Re-expresses bodies through a linear map (axes and scale) and a translation.
 void transformBodies(lum::Bodies& bodies, const lum::Matrix3f& axes, float scale, const lum::Vector3f& offset);
 

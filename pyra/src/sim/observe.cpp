@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 
+#include "covariance.hpp"
 #include "pyra_sim/scene.hpp"
 #include "sim/hash_random.hpp"
 #include "sim/people.hpp"
@@ -28,15 +29,7 @@ struct OutputFrame {
     lum::Vector3f point(const lum::Vector3f& p) const { return axes * p * scale; }
 
     std::array<float, 6> covariance(const float c[3][3]) const {
-        float out[3][3];
-        for (int r = 0; r < 3; ++r)
-            for (int k = 0; k < 3; ++k) {
-                float sum = 0.f;
-                for (int i = 0; i < 3; ++i)
-                    for (int j = 0; j < 3; ++j) sum += axes(r, i) * c[i][j] * axes(k, j);
-                out[r][k] = sum * scale * scale;
-            }
-        return upperTriangle(out);
+        return pyra::transformCovariance(axes, scale, upperTriangle(c));
     }
 };
 

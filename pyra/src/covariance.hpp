@@ -1,0 +1,14 @@
+// Keypoint covariances, stored as the six upper-triangle terms (xx, xy, xz, yy, yz, zz),
+// re-expressed when their points change frame or unit.
+#pragma once
+
+#include <array>
+
+#include "lum/math.hpp"
+
+namespace pyra {
+
+// C * cov * C^T * scale^2 on the six upper-triangle terms.
+std::array<float, 6> transformCovariance(const lum::Matrix3f& c, float scale, const std::array<float, 6>& cov);
+
+}  // namespace pyra
