@@ -12,7 +12,7 @@
 #include "calibration/calibration_report.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "pyra_sim/scene.hpp"
-#include "tests/calibration/synthetic_skeletons.hpp"
+#include "testing/synthetic_room.hpp"
 
 namespace {
 

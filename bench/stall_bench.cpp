@@ -12,7 +12,7 @@
 
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
-#include "tests/fusion/synthetic_store.hpp"
+#include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -36,7 +36,7 @@ std::map<int, lum::Transform> defaultRoom() {
 }
 
 void BM_LoopWhileSolving(benchmark::State& state) {
-    const SkeletonMulticameraCalibration store = fusiontest::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
+    const SkeletonMulticameraCalibration store = synthetic::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
     for (auto _ : state) {
         FusionWorker worker;
         std::atomic<bool> initialised{false};
@@ -86,7 +86,7 @@ BENCHMARK(BM_LoopWhileSolving)->Iterations(1)->Unit(benchmark::kSecond)->UseReal
 
 // The same solve on the calling thread: the stall a loop that calibrates inline would see.
 void BM_InlineSolve(benchmark::State& state) {
-    const SkeletonMulticameraCalibration store = fusiontest::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
+    const SkeletonMulticameraCalibration store = synthetic::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
     for (auto _ : state) {
         SkeletonMulticameraCalibration copy = store;
         copy.bodyFormat = 0;

@@ -1,2 +1,2 @@
 # The transport benchmark drives the library's frame codec and sockets directly.
-target_include_directories(transport_bench PRIVATE ${PROJECT_SOURCE_DIR}/pyra/src)
+target_link_libraries(transport_bench PRIVATE halden_pyra_internals)

@@ -18,6 +18,7 @@
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "testing/pose_error.hpp"
 #include "workspace/wscreator.hpp"
 
 namespace {
@@ -29,8 +30,6 @@ std::map<int, lum::Transform> relativeToReference(std::map<int, lum::Transform> 
     for (auto& [serial, pose] : poses) pose = toReference * pose;
     return poses;
 }
-
-double lengthOf(const lum::Vector3f& v) { return std::sqrt(double(v.x) * v.x + double(v.y) * v.y + double(v.z) * v.z); }
 
 }  // namespace
 
@@ -130,10 +129,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     truth = relativeToReference(truth);
     calibrated = relativeToReference(calibrated);
     for (const auto& [serial, truePose] : truth) {
-        const lum::Transform difference = lum::Transform::inverse(truePose) * calibrated.at(serial);
-        const double rotationDeg = lengthOf(difference.getRotationVector()) * 180.0 / M_PI;
-        const double translationMm =
-            lengthOf(calibrated.at(serial).getTranslation() - truePose.getTranslation()) * 1000.0;
+        const auto [rotationDeg, translationMm] = synthetic::poseError(truePose, calibrated.at(serial));
         qInfo("camera %d: rotation error %.3f deg, translation error %.1f mm", serial, rotationDeg, translationMm);
         // The calibration benchmark's accuracy on this room after 30 s, with some margin.
         QVERIFY(rotationDeg < 0.6);

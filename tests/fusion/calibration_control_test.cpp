@@ -10,7 +10,9 @@
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
 #include "tests/fusion/fusion_support.hpp"
-#include "tests/fusion/synthetic_store.hpp"
+#include "testing/isolated_process.hpp"
+#include "testing/pose_error.hpp"
+#include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -36,10 +38,11 @@ void expectRelativePoses(const std::map<int, lum::Transform>& truth, const std::
     ASSERT_EQ(found.size(), truth.size());
     const int reference = truth.begin()->first;
     for (const auto& [serial, pose] : truth) {
-        const lum::Transform expected = fusiontest::relativePose(truth.at(reference), pose);
-        const lum::Transform got = fusiontest::relativePose(found.at(reference), found.at(serial));
-        EXPECT_LT(fusiontest::rotationErrorDeg(expected, got), 0.5) << serial;
-        EXPECT_LT(fusiontest::translationError(expected, got), 0.02) << serial;
+        const lum::Transform expected = synthetic::relativePose(truth.at(reference), pose);
+        const lum::Transform got = synthetic::relativePose(found.at(reference), found.at(serial));
+        const auto [degrees, millimetres] = synthetic::poseError(expected, got);
+        EXPECT_LT(degrees, 0.5) << serial;
+        EXPECT_LT(millimetres, 20.0) << serial;
     }
 }
 
@@ -70,7 +73,7 @@ TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
     EXPECT_EQ(worker.startCalib(SKELETON_CALIB), -1);
 
     const pyra_sim::Scene scene = pyra_sim::defaultScene();
-    worker.setCalibrationStore(fusiontest::syntheticStore(sceneTruth(scene), 2, 0.0, 1));
+    worker.setCalibrationStore(synthetic::syntheticStore(sceneTruth(scene), 2, 0.0, 1));
     EXPECT_FALSE(worker.finishCalib(SKELETON_CALIB));
     EXPECT_EQ(worker.calibrationFrameCount(), 0);
     ASSERT_EQ(prompts->saveQuestions.size(), 1u);
@@ -84,13 +87,13 @@ TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
 }
 
 TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
-    fusiontest::isolateProcess();
+    platform_test::isolateProcess();
     const pyra_sim::Scene scene = pyra_sim::defaultScene();
     pyra_sim::setActiveScene(scene);
     const std::map<int, lum::Transform> truth = sceneTruth(scene);
 
     auto prompts = std::make_shared<fusiontest::RecordingPrompts>();
-    prompts->saveName = QString::fromStdString(fusiontest::temporaryFolder() + "/saved.room");
+    prompts->saveName = QString::fromStdString(platform_test::privateFolder("files") + "/saved.room");
     FusionWorker worker(prompts);
     std::atomic<bool> initialised{false};
     std::atomic<int> usableReports{0};
@@ -113,7 +116,7 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
 
     // 25 frames since the last solve: the progress passes 100 % unclamped and a solve starts.
-    worker.setCalibrationStore(fusiontest::syntheticStore(truth, 25, 0.003, 3));
+    worker.setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 3));
     ASSERT_TRUE(fusiontest::waitFor([&] { return usableReports > 0; }));
     {
         std::lock_guard<std::mutex> lock(progressMutex);

@@ -4,14 +4,14 @@
 
 #include "fusion/calibration_runner.hpp"
 #include "pyra_sim/scene.hpp"
-#include "tests/fusion/synthetic_store.hpp"
+#include "testing/synthetic_store.hpp"
 
 TEST(CalibrationRunner, MergesTheSolveWithoutLosingFramesCollectedMeanwhile) {
     std::map<int, lum::Transform> truth;
     for (const pyra_sim::CameraSettings& camera : pyra_sim::defaultScene().cameras)
         truth[static_cast<int>(camera.serial)] = camera.pose;
-    SkeletonMulticameraCalibration store = fusiontest::syntheticStore(truth, 15, 0.003, 5);
-    const SkeletonMulticameraCalibration later = fusiontest::syntheticStore(truth, 3, 0.003, 6);
+    SkeletonMulticameraCalibration store = synthetic::syntheticStore(truth, 15, 0.003, 5);
+    const SkeletonMulticameraCalibration later = synthetic::syntheticStore(truth, 3, 0.003, 6);
 
     CalibrationRunner runner;
     runner.start(store);

@@ -1,10 +1,8 @@
-// Test helpers of the fusion tests: recording prompts, waits, per-process isolation.
+// Test helpers of the fusion tests: recording prompts and event-pumping waits.
 #include "tests/fusion/fusion_support.hpp"
 
 #include <QThread>
 
-#include <cstdlib>
-#include <unistd.h>
 
 namespace fusiontest {
 
@@ -49,21 +47,5 @@ bool waitFor(const std::function<bool()>& done, std::chrono::seconds timeout) {
     }
     return true;
 }
-
-std::string temporaryFolder() {
-    static QTemporaryDir folder;
-    return folder.path().toStdString();
-}
-
-void isolateProcess() {
-    const std::string root = temporaryFolder();
-    QDir().mkpath(QString::fromStdString(root + "/runtime"));
-    QDir().mkpath(QString::fromStdString(root + "/models"));
-    setenv("PYRA_RUNTIME_DIR", (root + "/runtime").c_str(), 1);
-    setenv("PYRA_MODEL_CACHE", (root + "/models").c_str(), 1);
-    setenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0", 1);
-}
-
-int relayPort(int index) { return 20000 + (static_cast<int>(getpid()) % 2000) * 8 + index * 2; }
 
 }  // namespace fusiontest

@@ -1,5 +1,5 @@
-// Helpers for the fusion tests: a private runtime folder per test process, prompts that
-// record what the workers ask, signal recorders and waits on conditions.
+// Helpers for the fusion tests: prompts that record what the workers ask, and waits on
+// conditions that keep this thread's events flowing.
 #pragma once
 
 #include <QCoreApplication>
@@ -43,13 +43,5 @@ private:
 
 // Waits (pumping this thread's events) until `done` holds or the time-out passes.
 bool waitFor(const std::function<bool()>& done, std::chrono::seconds timeout = std::chrono::seconds(30));
-
-// Gives this process its own camera locks, transport endpoints and model cache, so tests
-// of separate processes never share a simulated camera.
-void isolateProcess();
-std::string temporaryFolder();
-
-// A free even port pair base for body_relay, derived from the pid.
-int relayPort(int index);
 
 }  // namespace fusiontest

@@ -9,6 +9,7 @@
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
 #include "tests/fusion/fusion_support.hpp"
+#include "testing/isolated_process.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 const char* kFaultScene = HALDEN_SOURCE_DIR "/tests/fusion/scenes/faults.json";
 
 void useFaultScene() {
-    fusiontest::isolateProcess();
+    platform_test::isolateProcess();
     pyra_sim::Scene scene;
     std::string problem;
     ASSERT_TRUE(pyra_sim::loadScene(kFaultScene, scene, &problem)) << problem;
@@ -64,7 +65,7 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
         FusionWorker worker(prompts);
         Observed observed;
         observed.watch(worker);
-        worker.setup({local(51004), remote(51003, fusiontest::relayPort(0))}, AppParams());
+        worker.setup({local(51004), remote(51003, platform_test::testPort(0))}, AppParams());
         ASSERT_TRUE(fusiontest::waitFor([&] { return observed.failed.load(); }));
         ASSERT_TRUE(worker.wait(10000));
         EXPECT_FALSE(observed.initialised);
@@ -80,7 +81,7 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
     FusionWorker worker(second);
     Observed observed;
     observed.watch(worker);
-    worker.setup({remote(51001, fusiontest::relayPort(1)), remote(51002, fusiontest::relayPort(2))}, AppParams());
+    worker.setup({remote(51001, platform_test::testPort(1)), remote(51002, platform_test::testPort(2))}, AppParams());
     ASSERT_TRUE(fusiontest::waitFor([&] { return observed.failed.load(); }));
     EXPECT_FALSE(observed.initialised);
     const auto shown = second->prompts();
@@ -94,7 +95,7 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
 
 TEST(WorkerStartUp, RunsOnWithTheCamerasThatWork) {
     useFaultScene();
-    const int port = fusiontest::relayPort(3);
+    const int port = platform_test::testPort(3);
     QProcess relay;
     relay.start(HALDEN_BINARY_DIR "/tools/body_relay/body_relay",
                 {"--scene", kFaultScene, "--serial", "51003", "--port", QString::number(port)});

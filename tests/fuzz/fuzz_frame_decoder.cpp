@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "pyra/src/transport/frame_codec.hpp"
+#include "transport/frame_codec.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pyra::transport::Frame frame;

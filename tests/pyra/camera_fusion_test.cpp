@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "lum/lum.hpp"
-#include "platform_env_test.hpp"
+#include "testing/isolated_process.hpp"
 #include "pyra_sim/scene.hpp"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "platform_env_test.hpp"
+#include "testing/isolated_process.hpp"
 #include "pyra_sim/scene.hpp"
 #include "transport/endpoints.hpp"
 #include "transport/frame_codec.hpp"

@@ -1,6 +1,6 @@
 // Synthetic skeleton frames: a rough 18-keypoint body at random places and headings,
 // seen from given camera poses, with isotropic Gaussian noise and its covariance.
-#include "tests/fusion/synthetic_store.hpp"
+#include "testing/synthetic_store.hpp"
 
 #include <Eigen/Geometry>
 
@@ -8,19 +8,9 @@
 #include <cmath>
 #include <random>
 
-namespace fusiontest {
+#include "testing/standing_body.hpp"
 
-namespace {
-
-// Standing body, metres, feet at y = 0 (18-keypoint layout).
-const float kBody[18][3] = {
-    {0.00f, 1.60f, 0.08f},  {0.00f, 1.45f, 0.00f},  {-0.18f, 1.42f, 0.00f}, {-0.25f, 1.15f, 0.02f},
-    {-0.28f, 0.90f, 0.05f}, {0.18f, 1.42f, 0.00f},  {0.25f, 1.15f, 0.02f},  {0.28f, 0.90f, 0.05f},
-    {-0.10f, 0.95f, 0.00f}, {-0.11f, 0.50f, 0.03f}, {-0.12f, 0.07f, 0.00f}, {0.10f, 0.95f, 0.00f},
-    {0.11f, 0.50f, 0.03f},  {0.12f, 0.07f, 0.00f},  {-0.04f, 1.65f, 0.07f}, {0.04f, 1.65f, 0.07f},
-    {-0.08f, 1.63f, 0.00f}, {0.08f, 1.63f, 0.00f}};
-
-}  // namespace
+namespace synthetic {
 
 SkeletonMulticameraCalibration syntheticStore(const std::map<int, lum::Transform>& cameraToWorld, int frames,
                                               double noise, unsigned seed) {
@@ -43,8 +33,9 @@ SkeletonMulticameraCalibration syntheticStore(const std::map<int, lum::Transform
             const lum::Transform toCamera = lum::Transform::inverse(pose);
             lum::BodyData body;
             body.id = 0;
-            for (const auto& joint : kBody) {
-                const Eigen::Vector3f world = heading * Eigen::Vector3f(joint[0], joint[1], joint[2]) + at;
+            for (const auto& joint : kSkeleton) {
+                const Eigen::Vector3f world =
+                    heading * Eigen::Vector3d(joint[0], joint[1], joint[2]).cast<float>() + at;
                 lum::Vector3f seen = toCamera * lum::Vector3f(world.x(), world.y(), world.z());
                 seen += lum::Vector3f(jitter(random), jitter(random), jitter(random));
                 body.keypoint.push_back(seen);
@@ -58,18 +49,4 @@ SkeletonMulticameraCalibration syntheticStore(const std::map<int, lum::Transform
     return store;
 }
 
-lum::Transform relativePose(const lum::Transform& reference, const lum::Transform& camera) {
-    return lum::Transform::inverse(reference) * camera;
-}
-
-double rotationErrorDeg(const lum::Transform& a, const lum::Transform& b) {
-    const lum::Transform difference = lum::Transform::inverse(a) * b;
-    const double trace = difference(0, 0) + difference(1, 1) + difference(2, 2);
-    return std::acos(std::clamp((trace - 1.0) / 2.0, -1.0, 1.0)) * 180.0 / M_PI;
-}
-
-double translationError(const lum::Transform& a, const lum::Transform& b) {
-    return (a.getTranslation() - b.getTranslation()).norm();
-}
-
-}  // namespace fusiontest
+}  // namespace synthetic

@@ -8,9 +8,10 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "lum/lum.hpp"
 #include "pyra_sim/scene.hpp"
-#include "tests/fusion/fusion_support.hpp"
-#include "tests/fusion/synthetic_store.hpp"
+#include "testing/isolated_process.hpp"
+#include "testing/pose_error.hpp"
 
 namespace {
 
@@ -21,7 +22,7 @@ struct CliRun {
 };
 
 CliRun runCli(const QStringList& arguments, int timeoutMs = 120000) {
-    fusiontest::isolateProcess();
+    platform_test::isolateProcess();
     QProcess cli;
     cli.start(HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli", arguments);
     CliRun run;
@@ -36,7 +37,7 @@ CliRun runCli(const QStringList& arguments, int timeoutMs = 120000) {
     return run;
 }
 
-QString inTemporary(const std::string& name) { return QString::fromStdString(fusiontest::temporaryFolder() + "/" + name); }
+QString inTemporary(const std::string& name) { return QString::fromStdString(platform_test::privateFolder("files") + "/" + name); }
 
 }  // namespace
 
@@ -78,14 +79,13 @@ TEST(HaldenCli, CalibratesTheDefaultRoomWithinTheBenchmarkAccuracy) {
     const lum::Transform& foundReference = room.front().pose;
     for (size_t i = 1; i < room.size(); ++i) {
         ASSERT_EQ(room[i].serial_number, static_cast<int>(scene.cameras[i].serial));
-        const lum::Transform truth = fusiontest::relativePose(trueReference, scene.cameras[i].pose);
-        const lum::Transform found = fusiontest::relativePose(foundReference, room[i].pose);
-        const double rotation = fusiontest::rotationErrorDeg(truth, found);
-        const double translation = fusiontest::translationError(truth, found);
-        std::cout << "camera " << room[i].serial_number << ": " << rotation << " deg, " << translation * 1000
-                  << " mm" << std::endl;
+        const lum::Transform truth = synthetic::relativePose(trueReference, scene.cameras[i].pose);
+        const lum::Transform found = synthetic::relativePose(foundReference, room[i].pose);
+        const auto [rotation, translation] = synthetic::poseError(truth, found);
+        std::cout << "camera " << room[i].serial_number << ": " << rotation << " deg, " << translation << " mm"
+                  << std::endl;
         EXPECT_LT(rotation, 2.0) << room[i].serial_number;
-        EXPECT_LT(translation, 0.10) << room[i].serial_number;
+        EXPECT_LT(translation, 100.0) << room[i].serial_number;
     }
 
     QFile file(report);

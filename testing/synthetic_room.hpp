@@ -11,6 +11,8 @@
 
 #include "calibration/skeleton_align.hpp"
 #include "lum/records.hpp"
+#include "testing/pose_error.hpp"
+#include "testing/standing_body.hpp"
 
 namespace synthetic {
 
@@ -29,13 +31,6 @@ struct Camera {
     Eigen::Matrix3d rotation;  // camera to world; camera looks along -z, y up
     Eigen::Vector3d centre;
 };
-
-// Standing pose of the 18-keypoint layout: lateral, height, forward (metres).
-inline const double kSkeleton[18][3] = {
-    {0, 1.62, 0.08},    {0, 1.45, 0},     {-0.2, 1.42, 0},     {-0.25, 1.12, 0}, {-0.27, 0.85, 0},
-    {0.2, 1.42, 0},     {0.25, 1.12, 0},  {0.27, 0.85, 0},     {-0.1, 0.95, 0},  {-0.11, 0.5, 0},
-    {-0.12, 0.08, 0},   {0.1, 0.95, 0},   {0.11, 0.5, 0},      {0.12, 0.08, 0},  {-0.03, 1.68, 0.07},
-    {0.03, 1.68, 0.07}, {-0.07, 1.65, 0}, {0.07, 1.65, 0}};
 
 class Room {
 public:
@@ -148,19 +143,6 @@ private:
     std::mt19937 random_;
     std::vector<Eigen::Vector2d> waypoints_;
 };
-
-inline Eigen::Isometry3d toIsometry(const SkeletonMulticameraCalibration::PoseStruct& pose) {
-    Eigen::Isometry3d t = Eigen::Isometry3d::Identity();
-    t.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).toRotationMatrix();
-    t.translation() << pose.t[0], pose.t[1], pose.t[2];
-    return t;
-}
-
-// Rotation (degrees) and translation (millimetres) between two poses.
-inline std::pair<double, double> poseError(const Eigen::Isometry3d& a, const Eigen::Isometry3d& b) {
-    const Eigen::Isometry3d d = a.inverse() * b;
-    return {Eigen::AngleAxisd(d.linear()).angle() * 180.0 / M_PI, 1000.0 * d.translation().norm()};
-}
 
 // Largest error over the cameras of the solved poses against the truth.
 inline std::pair<double, double> worstError(const Room& room, const SkeletonMulticameraCalibration& c) {

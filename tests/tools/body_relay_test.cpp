@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "lum/lum.hpp"
-#include "platform_env_test.hpp"
+#include "testing/isolated_process.hpp"
 #include "pyra_sim/scene.hpp"
 
 extern char** environ;
