@@ -36,7 +36,8 @@ struct PairPoses {
 };
 
 // Sums keypoint pairs [begin, end) of data. weighted: residuals times their weight;
-// robust: Huber(1) per keypoint pair with Ceres' curvature correction.
+// robust: Huber(1) per keypoint pair, scaled by sqrt(rho') as Ceres does for a loss whose
+// second derivative is never positive (so no curvature term).
 void sumKeypointPairs(const CameraPairData& data, size_t begin, size_t end, const PairPoses& poses,
                       bool weighted, bool robust, bool withDerivatives, PairSums& sums);
 

