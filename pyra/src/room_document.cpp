@@ -2,6 +2,8 @@
 // type and range; the first fault is named by its path so a user can find it in an editor.
 #include "room_document.hpp"
 
+#include "lum/room_document.hpp"
+
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -266,13 +268,8 @@ bool toDocument(const std::vector<FusionConfiguration>& configurations, COORDINA
             return false;
         }
 
-        json camera = json::object();
-        camera["world"]["rotation"] = asArray(rotation);
-        camera["world"]["translation"] = asArray(translation);
-        camera["input"]["fusion"]["type"] =
-            comm.getType() == COMM_TYPE::SHARED_MEMORY ? "SHARED_MEMORY" : "LOCAL_NETWORK";
-        camera["input"]["fusion"]["configuration"]["ip"] = comm.getIpAddress();
-        camera["input"]["fusion"]["configuration"]["port"] = comm.getPort();
+        json camera = writeRoomCamera(configuration, coordinateSystem, unit);
+        // The file also says what kind of input the serial number names.
         camera["input"]["pyra"]["type"] = pyraType(configuration.input_type);
         camera["input"]["pyra"]["configuration"] = pyraConfiguration(configuration);
         document[key] = std::move(camera);
@@ -317,4 +314,23 @@ bool fromText(const std::string& text, COORDINATE_SYSTEM coordinateSystem, UNIT 
 }
 
 }  // namespace room
+
+nlohmann::json writeRoomCamera(const FusionConfiguration& configuration, COORDINATE_SYSTEM coordinateSystem,
+                               UNIT unit) {
+    using nlohmann::json;
+    json camera = json::object();
+    // A change of basis of the pose, so both sides of it are converted.
+    const Matrix4f c = getCoordinateTransformConversion4f(coordinateSystem, COORDINATE_SYSTEM::IMAGE);
+    const Transform pose((c * configuration.pose) * Matrix4f::inverse(c));
+    camera["world"]["rotation"] = room::asArray(pose.getRotationVector());
+    camera["world"]["translation"] = room::asArray(pose.getTranslation() * getUnitScale(unit, UNIT::METER));
+
+    const CommunicationParameters& comm = configuration.communication_parameters;
+    camera["input"]["pyra"]["configuration"] = std::to_string(configuration.serial_number);
+    camera["input"]["fusion"]["type"] = comm.getType() == COMM_TYPE::SHARED_MEMORY ? "SHARED_MEMORY" : "LOCAL_NETWORK";
+    camera["input"]["fusion"]["configuration"]["port"] = comm.getPort();
+    camera["input"]["fusion"]["configuration"]["ip"] = comm.getIpAddress();
+    return camera;
+}
+
 }  // namespace lum
