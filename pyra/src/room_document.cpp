@@ -207,9 +207,10 @@ FusionConfiguration readCamera(const std::string& key, const json& camera, COORD
 
 json asArray(const Vector3f& v) { return json::array({double(v.x), double(v.y), double(v.z)}); }
 
-bool withinRange(const Vector3f& v) {
-    for (size_t i = 0; i < 3; ++i)
-        if (!std::isfinite(v[i]) || std::abs(v[i]) > kMaxMagnitude) return false;
+// Checked on the numbers as written, so the check and the file can never disagree.
+bool withinRange(const json& v) {
+    for (const json& x : v)
+        if (!std::isfinite(x.get<double>()) || std::abs(x.get<double>()) > kMaxMagnitude) return false;
     return true;
 }
 
@@ -251,14 +252,10 @@ bool toDocument(const std::vector<FusionConfiguration>& configurations, COORDINA
         return false;
     }
     document = json::object();
-    const Matrix4f c = getCoordinateTransformConversion4f(coordinateSystem, COORDINATE_SYSTEM::IMAGE);
-    const float scale = getUnitScale(unit, UNIT::METER);
     for (const auto& configuration : configurations) {
         const std::string key = std::to_string(configuration.serial_number);
-        const Transform pose(c * configuration.pose * c.transposed());
-        const Vector3f rotation = pose.getRotationVector();
-        const Vector3f translation = pose.getTranslation() * scale;
-        if (!withinRange(rotation) || !withinRange(translation)) {
+        json camera = writeRoomCamera(configuration, coordinateSystem, unit);
+        if (!withinRange(camera["world"]["rotation"]) || !withinRange(camera["world"]["translation"])) {
             problem = "camera \"" + key + "\": the pose is not finite or out of range";
             return false;
         }
@@ -267,8 +264,6 @@ bool toDocument(const std::vector<FusionConfiguration>& configurations, COORDINA
             problem = "camera \"" + key + "\": port " + std::to_string(comm.getPort()) + " is out of range";
             return false;
         }
-
-        json camera = writeRoomCamera(configuration, coordinateSystem, unit);
         // The file also says what kind of input the serial number names.
         camera["input"]["pyra"]["type"] = pyraType(configuration.input_type);
         camera["input"]["pyra"]["configuration"] = pyraConfiguration(configuration);
