@@ -264,7 +264,9 @@ bool toDocument(const std::vector<FusionConfiguration>& configurations, COORDINA
             problem = "camera \"" + key + "\": port " + std::to_string(comm.getPort()) + " is out of range";
             return false;
         }
-        // The file also says what kind of input the serial number names.
+        // The file also says how a camera on this computer is reached and what kind of
+        // input the serial number names; the in-memory document never does.
+        if (comm.getType() == COMM_TYPE::SHARED_MEMORY) camera["input"]["fusion"]["type"] = "SHARED_MEMORY";
         camera["input"]["pyra"]["type"] = pyraType(configuration.input_type);
         camera["input"]["pyra"]["configuration"] = pyraConfiguration(configuration);
         document[key] = std::move(camera);
@@ -322,7 +324,7 @@ nlohmann::json writeRoomCamera(const FusionConfiguration& configuration, COORDIN
 
     const CommunicationParameters& comm = configuration.communication_parameters;
     camera["input"]["pyra"]["configuration"] = std::to_string(configuration.serial_number);
-    camera["input"]["fusion"]["type"] = comm.getType() == COMM_TYPE::SHARED_MEMORY ? "SHARED_MEMORY" : "LOCAL_NETWORK";
+    camera["input"]["fusion"]["type"] = "LOCAL_NETWORK";
     camera["input"]["fusion"]["configuration"]["port"] = comm.getPort();
     camera["input"]["fusion"]["configuration"]["ip"] = comm.getIpAddress();
     return camera;

@@ -48,12 +48,12 @@ TEST(RoomDocument, ExactTextForTheEdgeCases) {
     EXPECT_EQ(twice.begin().key(), "1000");
     EXPECT_EQ(twice["999"]["input"]["fusion"]["configuration"]["ip"], "c");
 
-    // A camera on this computer says so; its address stays empty.
+    // The in-memory document names a network input even for a camera on this computer.
     lum::FusionConfiguration local;
     local.serial_number = 7;
     local.communication_parameters.setForSharedMemory();
     EXPECT_EQ(roomfile::write(local, COORDINATE_SYSTEM::IMAGE, UNIT::METER)["input"]["fusion"].dump(),
-              R"({"configuration":{"ip":"","port":0},"type":"SHARED_MEMORY"})");
+              R"({"configuration":{"ip":"","port":0},"type":"LOCAL_NETWORK"})");
 }
 
 TEST(RoomDocument, TheHubDocumentAndTheSavedFileReadBackToTheSameRoom) {
@@ -82,7 +82,10 @@ TEST(RoomDocument, TheHubDocumentAndTheSavedFileReadBackToTheSameRoom) {
             for (const auto* read : {&pushed[i], &saved[i]}) {
                 EXPECT_EQ(read->serial_number, room[i].serial_number);
                 const auto& comm = read->communication_parameters;
-                EXPECT_EQ(comm.getType(), room[i].communication_parameters.getType()) << s << " " << i;
+                // Only the file keeps shared memory; the hub document reaches every camera by network.
+                const auto type = read == &saved[i] ? room[i].communication_parameters.getType()
+                                                    : lum::COMM_TYPE::LOCAL_NETWORK;
+                EXPECT_EQ(comm.getType(), type) << s << " " << i;
                 EXPECT_EQ(comm.getIpAddress(), room[i].communication_parameters.getIpAddress());
                 EXPECT_EQ(comm.getPort(), room[i].communication_parameters.getPort());
                 EXPECT_TRUE(read->input_type.isFromSerialNumber());

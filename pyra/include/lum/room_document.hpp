@@ -9,9 +9,9 @@
 namespace lum {
 
 // The camera object of `configuration`, whose pose is expressed in `coordinateSystem` and
-// `unit`: "input"."pyra"."configuration" (the serial number), "input"."fusion" (how the
-// camera is reached: "SHARED_MEMORY" on this computer, else "LOCAL_NETWORK", with the
-// address and port) and "world" (rotation vector and translation in the image frame and in
+// `unit`: "input"."pyra"."configuration" (the serial number), "input"."fusion" (type
+// "LOCAL_NETWORK" with the address and port; the file writer alone names shared memory)
+// and "world" (rotation vector and translation in the image frame and in
 // metres, single-precision values widened to double so the text gives back the exact float).
 nlohmann::json writeRoomCamera(const FusionConfiguration& configuration, COORDINATE_SYSTEM coordinateSystem,
                                UNIT unit);
