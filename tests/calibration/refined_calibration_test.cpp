@@ -13,6 +13,17 @@ namespace {
 
 using Calibration = SkeletonMulticameraCalibration;
 
+// Noise-free joints, all of them seen, each pulled `bias` toward its camera.
+synthetic::Options exact(int cameras, double bias) {
+    synthetic::Options options;
+    options.cameras = cameras;
+    options.noise = 0;
+    options.missing = 0;
+    options.bias = bias;
+    options.everythingVisible = true;
+    return options;
+}
+
 Calibration refinedCalibration() {
     Calibration calibration;
     calibration.model = Calibration::Model::Refined;
@@ -57,13 +68,7 @@ TEST(RefinedResidual, MatchesHandComputedValuesAndDerivatives) {
 // Every camera's bias is observable, the reference camera's too: a radial shift of what
 // one camera sees is no rigid motion, so no pose can absorb it.
 TEST(RefinedCalibration, RecoversPosesAndEveryBiasAndLevelsTheFloor) {
-    synthetic::Options options;
-    options.cameras = 4;
-    options.noise = 0;
-    options.missing = 0;
-    options.bias = 0.04;
-    options.everythingVisible = true;
-    synthetic::Room room(options);
+    synthetic::Room room(exact(4, 0.04));
     Calibration calibration = refinedCalibration();
     room.feed(calibration, 60);
     ASSERT_TRUE(calibration.calibrate());
@@ -111,13 +116,7 @@ TEST(RefinedCalibration, NoisyBiasedRoomBeatsTheClassicModel) {
 // A walker seen by cameras 30 ms apart: once the assembler brings every body to one
 // instant, the calibration is as good as with synchronised cameras.
 TEST(RefinedCalibration, ClockAlignedFramesMatchSynchronisedOnes) {
-    synthetic::Options options;
-    options.cameras = 3;
-    options.noise = 0;
-    options.missing = 0;
-    options.bias = 0;
-    options.everythingVisible = true;
-    synthetic::Room room(options);
+    synthetic::Room room(exact(3, 0));
     auto solve = [&](double offset, bool align) {
         Calibration calibration = refinedCalibration();
         calib::FrameAssembler assembler;
@@ -153,12 +152,7 @@ TEST(RefinedCalibration, ClockAlignedFramesMatchSynchronisedOnes) {
 // A joint with a NaN coordinate or a covariance that is no covariance is left out and
 // counted; it neither breaks this solve nor any later one.
 TEST(RefinedCalibration, BadKeypointsAreDroppedAndCounted) {
-    synthetic::Options options;
-    options.cameras = 3;
-    options.noise = 0;
-    options.missing = 0;
-    options.everythingVisible = true;
-    synthetic::Room room(options);
+    synthetic::Room room(exact(3, 0.03));
     Calibration calibration = refinedCalibration();
     room.feed(calibration, 40);
     lum::BodyData& body = calibration.frames.begin()->second.begin()->second;
