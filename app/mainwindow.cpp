@@ -4,6 +4,7 @@
 
 #include <QResizeEvent>
 
+#include "app/calibration_model_menu.hpp"
 #include "app/gui_prompts.hpp"
 #include "style/style.hpp"
 #include "ui_mainwindow.h"
@@ -23,6 +24,7 @@ MainWindow::MainWindow(QWidget* parent, std::shared_ptr<UserPrompts> userPrompts
 
     prompts = userPrompts ? std::move(userPrompts) : std::make_shared<GuiPrompts>(this);
     fusion.setPrompts(prompts);
+    installCalibrationModelMenu(*this, fusion);
     wsCreator = new WSCreator(this, prompts.get());
     // Shown over the window's own area rather than as a separate window.
     wsCreator->setWindowFlags(Qt::Widget);

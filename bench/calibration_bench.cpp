@@ -1,4 +1,4 @@
-// Skeleton calibration: cold and warm solve times of the fast and literal formulations,
+// Skeleton calibration: cold and warm solve times of the fast, literal and refined solves,
 // and the accuracy reached on the simulated room as a person walks for two minutes.
 #include <benchmark/benchmark.h>
 
@@ -27,10 +27,12 @@ struct Timing {
     double predicted = 0;
     int blocks = 0;
 };
-std::map<std::tuple<int, int, bool>, Timing> timings;  // cameras, frames, literal
+enum Kind { kFast, kLiteral, kRefined };
+std::map<std::tuple<int, int, int>, Timing> timings;  // cameras, frames, kind
 double literalSecondsPerBlock = 0;                     // from the smallest literal run
 
-void solveTwice(benchmark::State& state, int cameras, int frames, bool literal) {
+void solveTwice(benchmark::State& state, int cameras, int frames, Kind kind) {
+    const bool literal = kind == kLiteral;
     synthetic::Options options;
     options.cameras = cameras;
     options.everythingVisible = true;
@@ -38,8 +40,9 @@ void solveTwice(benchmark::State& state, int cameras, int frames, bool literal) 
     Calibration store;
     store.bodyFormat = 0;
     store.solver = literal ? Calibration::Solver::Reference : Calibration::Solver::Fast;
+    if (kind == kRefined) store.model = Calibration::Model::Refined;
     room.feed(store, frames);
-    Timing& timing = timings[{cameras, frames, literal}];
+    Timing& timing = timings[{cameras, frames, kind}];
     timing.blocks = frames * cameras * (cameras - 1) * 18;
     timing.predicted = 1.5 * literalSecondsPerBlock * timing.blocks;  // cold and warm
     if (literal && literalSecondsPerBlock > 0 && timing.predicted > kReferenceBudgetSeconds) {
@@ -67,22 +70,25 @@ void solveTwice(benchmark::State& state, int cameras, int frames, bool literal) 
 
 void printSpeedTable() {
     std::printf("\nWall time, with processor time of all threads in brackets.\n");
-    std::printf("\n| cameras | frames | keypoint pairs | fast cold | fast warm | literal cold | literal warm | speed-up cold / warm |\n");
-    std::printf("|---|---|---|---|---|---|---|---|\n");
+    std::printf("\n| cameras | frames | keypoint pairs | fast cold | fast warm | literal cold | literal warm | speed-up cold / warm | refined cold | refined warm |\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
     for (int cameras : {4, 6}) {
         for (int frames : {60, 240, 600, 1200}) {
-            const Timing& fast = timings[{cameras, frames, false}];
-            const Timing& literal = timings[{cameras, frames, true}];
+            const Timing& fast = timings[{cameras, frames, kFast}];
+            const Timing& literal = timings[{cameras, frames, kLiteral}];
+            const Timing& refined = timings[{cameras, frames, kRefined}];
             if (fast.cold < 0) continue;
             std::printf("| %d | %d | %d | %.0f ms (%.0f) | %.0f ms (%.0f) | ", cameras, frames, fast.blocks,
                         fast.cold * 1e3, fast.coldCpu * 1e3, fast.warm * 1e3, fast.warmCpu * 1e3);
             if (literal.cold < 0) {
-                std::printf("skipped (predicted %.0f s) | skipped | - |\n", literal.predicted);
+                std::printf("skipped (predicted %.0f s) | skipped | - |", literal.predicted);
             } else {
-                std::printf("%.2f s (%.2f) | %.2f s (%.2f) | %.0fx / %.0fx (%.0fx / %.0fx) |\n", literal.cold,
+                std::printf("%.2f s (%.2f) | %.2f s (%.2f) | %.0fx / %.0fx (%.0fx / %.0fx) |", literal.cold,
                             literal.coldCpu, literal.warm, literal.warmCpu, literal.cold / fast.cold,
                             literal.warm / fast.warm, literal.coldCpu / fast.coldCpu, literal.warmCpu / fast.warmCpu);
             }
+            std::printf(" %.0f ms (%.0f) | %.0f ms (%.0f) |\n", refined.cold * 1e3, refined.coldCpu * 1e3,
+                        refined.warm * 1e3, refined.warmCpu * 1e3);
         }
     }
 }
@@ -143,11 +149,12 @@ void printAccuracyTable() {
 int main(int argc, char** argv) {
     for (int cameras : {4, 6}) {
         for (int frames : {60, 240, 600, 1200}) {
-            for (bool literal : {false, true}) {
-                const std::string name = std::string(literal ? "literal" : "fast") + "/cameras:" +
+            for (Kind kind : {kFast, kLiteral, kRefined}) {
+                const char* names[] = {"fast", "literal", "refined"};
+                const std::string name = std::string(names[kind]) + "/cameras:" +
                                          std::to_string(cameras) + "/frames:" + std::to_string(frames);
                 benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
-                    solveTwice(state, cameras, frames, literal);
+                    solveTwice(state, cameras, frames, kind);
                 })->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
             }
         }

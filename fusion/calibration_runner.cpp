@@ -68,6 +68,8 @@ void CalibrationRunner::join() {
 void mergeSolvedCalibration(SkeletonMulticameraCalibration& store, SolvedCalibration&& solved) {
     SkeletonMulticameraCalibration& done = *solved.calibration;
     store.poses = std::move(done.poses);
+    store.biases = std::move(done.biases);
+    store.droppedKeypoints = done.droppedKeypoints;
     store.lastSolve = done.lastSolve;
     if (!solved.usable) return;
     store.calibratedPoses = std::move(done.calibratedPoses);

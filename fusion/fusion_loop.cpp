@@ -103,11 +103,22 @@ void FusionWorker::collectSkeletons() {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras)
             fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
-        frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
+        if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
+            for (const lum::CameraIdentifier& camera : subscribedCameras) {
+                const lum::Bodies& bodies = shared.cameraBodies[camera];
+                if (bodies.is_new) frameAssembler.addBodies(static_cast<int>(camera.sn), bodies);
+            }
+        } else {
+            frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
+        }
     }
 
     const int64_t now = nowNs();
     if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
+    if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
+        const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
+        if (!people.empty()) frame = people.front();
+    }
     if (frame.size() >= 2) calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
     const int frames = static_cast<int>(calibration.frames.size());
     calibrationFrames = frames;
@@ -169,6 +180,7 @@ int FusionWorker::startCalib(CALIB kind) {
     if (kind != SKELETON_CALIB) return 0;
 
     emit incCalib(0);
+    frameAssembler.clear();
     calibration.bodyFormat = 0;
     calibration.isCollecting = true;
     std::cout << "START CALIB SK" << std::endl;
@@ -221,11 +233,18 @@ void FusionWorker::resetCalibration() {
     calibrationFrames = 0;
 }
 
+void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    calibration.model = model;
+}
+
 void FusionWorker::setCalibrationStore(SkeletonMulticameraCalibration store) {
     std::lock_guard<std::mutex> lock(workerMutex);
     const bool collecting = calibration.isCollecting;
+    const SkeletonMulticameraCalibration::Model model = calibration.model;
     calibration = std::move(store);
     calibration.isCollecting = collecting;
+    calibration.model = model;
     calibrationFrames = static_cast<int>(calibration.frames.size());
 }
 

@@ -16,6 +16,7 @@
 #include "core/shared_records.hpp"
 #include "core/user_prompts.hpp"
 #include "calibration/calibration_report.hpp"
+#include "calibration/frame_assembler.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/calibration_runner.hpp"
 #include "fusion/pyra_worker.hpp"
@@ -64,6 +65,8 @@ public:
     bool finishCalib(CALIB kind);
     void close();
 
+    // The model the next solves use; Refined also brings every camera's body to one instant.
+    void setCalibrationModel(SkeletonMulticameraCalibration::Model model);
     // Resumes a calibration from a store gathered earlier; the collecting state is kept.
     void setCalibrationStore(SkeletonMulticameraCalibration store);
     int calibrationFrameCount() const { return calibrationFrames; }
@@ -117,6 +120,7 @@ private:
     std::map<int, std::unique_ptr<PyraWorker>> senders;
     std::string configurationPath;
     SkeletonMulticameraCalibration calibration;
+    calib::FrameAssembler frameAssembler;
     std::vector<lum::FusionConfiguration> configurations;
     int64_t lastErrorReport = 0;
 

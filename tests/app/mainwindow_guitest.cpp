@@ -1,10 +1,13 @@
 // The main window without a working room: the first screen, the status colours, the room
 // set-up shown over the window, and a room that fails to start.
+#include <QAction>
 #include <QCheckBox>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSettings>
 #include <QStackedWidget>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTranslator>
@@ -31,6 +34,7 @@ private slots:
     void roomThatFailsToStartKeepsTheSpinnerTurning();
     void reportPanelNamesTheCamerasThatLackData();
     void frenchTranslationIsFoundByLanguageName();
+    void calibrationModelChoiceIsRemembered();
 
 private:
     template <typename T>
@@ -50,6 +54,8 @@ void MainWindowTest::initTestCase() {
     qputenv("PYRA_MODEL_CACHE", runtime.filePath("models").toLocal8Bit());
     qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
     applyLook(*qApp);
+    // Settings this test writes stay out of the user's own.
+    QStandardPaths::setTestModeEnabled(true);
 }
 
 void MainWindowTest::init() {
@@ -171,6 +177,17 @@ void MainWindowTest::frenchTranslationIsFoundByLanguageName() {
     auto* button = french.findChild<QPushButton*>("calibration_button");
     QCOMPARE(button->text(), QString("Démarrer la calibration"));
     QCOMPARE(button->toolTip(), QString("Vous devez configurer votre pièce avant de la calibrer."));
+}
+
+void MainWindowTest::calibrationModelChoiceIsRemembered() {
+    QSettings().remove("calibration/model");
+    window = std::make_unique<MainWindow>(nullptr, prompts);
+    QVERIFY(find<QAction>("refined_model_action")->isChecked());
+    find<QAction>("classic_model_action")->trigger();
+    QVERIFY(!find<QAction>("refined_model_action")->isChecked());
+    window = std::make_unique<MainWindow>(nullptr, prompts);
+    QVERIFY(find<QAction>("classic_model_action")->isChecked());
+    QSettings().remove("calibration/model");
 }
 
 QTEST_MAIN(MainWindowTest)

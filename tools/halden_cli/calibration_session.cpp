@@ -44,6 +44,8 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
     : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
+    worker.setCalibrationModel(options.classicModel ? SkeletonMulticameraCalibration::Model::Classic
+                                                    : SkeletonMulticameraCalibration::Model::Refined);
 
     connect(&worker, &FusionWorker::isInit, this, &CalibrationSession::onStarted);
     connect(&worker, &FusionWorker::error, this, &CalibrationSession::onStartFailed);

@@ -26,6 +26,7 @@ const char* cliHelpText() {
     return R"(Usage:
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
+                       [--model classic|refined]
   halden-cli devices
   halden-cli --help
 
@@ -41,6 +42,9 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while one 
   --depth-mode N     depth mode of the cameras, 1 (fastest) to 5 (finest), default 4
   --body-model N     body tracking model, 0 fast, 1 medium, 2 accurate, default 0
   --confidence N     body detection confidence threshold, 0 to 100, default 50
+  --model M          refined (default): camera poses and depth biases from clock-aligned
+                     frames, in a level world frame with the floor at height 0;
+                     classic: camera poses only, in the reference camera's frame
 devices      Lists the cameras plugged into this computer.
 
 Progress (percent toward the next solve, frames collected, solves, last RMS residual)
@@ -68,7 +72,8 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
                        {"report", "Report file.", "FILE"},
                        {"depth-mode", "Depth mode.", "N"},
                        {"body-model", "Body model.", "N"},
-                       {"confidence", "Confidence.", "N"}});
+                       {"confidence", "Confidence.", "N"},
+                       {"model", "Calibration model.", "M"}});
     if (!parser.parse(arguments)) {
         problem = parser.errorText().toStdString();
         return std::nullopt;
@@ -112,6 +117,12 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
         problem = "--report needs a file name";
         return std::nullopt;
     }
+    const QString model = parser.value("model");
+    if (parser.isSet("model") && model != "classic" && model != "refined") {
+        problem = "--model must be classic or refined";
+        return std::nullopt;
+    }
+    options.classicModel = model == "classic";
     AppParams& params = options.params;
     params.depthMode = 4;
     params.detectionConfidence = 50;

@@ -27,6 +27,7 @@ struct CliOptions {
     int seconds = 60;
     std::string output;
     std::string report;  // empty: no report
+    bool classicModel = false;  // --model classic: poses only, the reference camera's frame
     AppParams params;
 };
 

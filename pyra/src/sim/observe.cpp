@@ -33,6 +33,30 @@ struct OutputFrame {
     }
 };
 
+// How deep below the visible surface each joint lies, relative to the camera's `bias`:
+// the trunk is thick, wrists and ankles are thin. Scaled so that the mean over a layout's
+// keypoints is 1, which keeps `bias` the mean pull.
+std::vector<float> biasFactors(lum::BODY_FORMAT format) {
+    std::vector<float> factors;
+    for (int joint : layoutJoints(format)) {
+        float f = 1.f;
+        if (joint <= SPINE_HIGH || joint == L_HIP || joint == R_HIP) f = 1.8f;
+        else if (joint == NECK || joint == L_CLAVICLE || joint == R_CLAVICLE || joint == L_SHOULDER ||
+                 joint == R_SHOULDER)
+            f = 1.4f;
+        else if (joint <= R_EAR) f = 1.0f;
+        else if (joint == L_ELBOW || joint == R_ELBOW || joint == L_KNEE || joint == R_KNEE) f = 0.9f;
+        else if (joint == L_WRIST || joint == R_WRIST || joint == L_ANKLE || joint == R_ANKLE) f = 0.5f;
+        else f = 0.4f;  // hands, fingers, heels, feet and toes
+        factors.push_back(f);
+    }
+    float mean = 0.f;
+    for (float f : factors) mean += f;
+    if (!factors.empty()) mean /= float(factors.size());
+    for (float& f : factors) f /= mean;
+    return factors;
+}
+
 }  // namespace
 
 float depthSigma(const NoiseSettings& noise, float depth, lum::DEPTH_MODE mode) {
@@ -62,6 +86,7 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
     const float tanV = float(std::tan(0.5 * camera.verticalFovDeg * kDegToRad));
     const NoiseSettings& noise = camera.noise;
     const std::vector<int>& mirror = layoutMirror(camera.bodyFormat);
+    const std::vector<float> bias = biasFactors(camera.bodyFormat);
     const float nan = std::numeric_limits<float>::quiet_NaN();
 
     for (const TrueBody& person : peopleAt(scene, timestampNs, camera.bodyFormat)) {
@@ -96,7 +121,8 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
             float depth = -p.z;
             float sd = depthSigma(noise, depth, options.depthMode);
             float sl = noise.lateralSigmaPx / noise.focalPx * depth;
-            lum::Vector3f q = p - p * (noise.biasTowardCamera / p.norm());
+            const float pull = noise.biasTowardCamera * (i < bias.size() ? bias[i] : 1.f);
+            lum::Vector3f q = p - p * (pull / p.norm());
             float biasedDepth = -q.z;
             q = q * ((biasedDepth + sd * float(rng.normal())) / biasedDepth);
             q.x += sl * float(rng.normal());
