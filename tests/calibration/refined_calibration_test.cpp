@@ -7,7 +7,7 @@
 #include "calibration/frame_assembler.hpp"
 #include "calibration/refined_solver.hpp"
 #include "calibration/skeleton_align.hpp"
-#include "tests/calibration/synthetic_skeletons.hpp"
+#include "testing/synthetic_room.hpp"
 
 namespace {
 
