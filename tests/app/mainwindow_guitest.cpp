@@ -64,7 +64,7 @@ void MainWindowTest::cleanup() { window.reset(); }
 void MainWindowTest::withoutRoomNothingCanBeCalibrated() {
     auto* button = find<QPushButton>("calibration_button");
     QVERIFY(!button->isEnabled());
-    QCOMPARE(button->toolTip(), QString("You must setup your room before calibrating it."));
+    QCOMPARE(button->toolTip(), QString("You must set up your room before calibrating it."));
     QVERIFY(!find<QLabel>("fusion_error")->isVisible());
     QVERIFY(!find<QLabel>("fusion_error_label")->isVisible());
     QVERIFY(!find<QCheckBox>("sk_check")->isVisible());
