@@ -90,8 +90,10 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     table_->setHorizontalHeaderLabels({tr("Camera"), tr("Shared frames"), tr("Residual, ±1σ"), tr("State")});
     table_->verticalHeader()->hide();
     table_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // The state is what a user reads first: it keeps its full width, and the list of
+    // partners, which wraps, gives way instead.
     table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table_->horizontalHeader()->setSectionResizeMode(3, QHeaderView::Stretch);
+    table_->horizontalHeader()->setSectionResizeMode(1, QHeaderView::Stretch);
     table_->setSelectionMode(QAbstractItemView::NoSelection);
     table_->setFocusPolicy(Qt::NoFocus);
     table_->setWordWrap(true);
@@ -115,6 +117,7 @@ void CalibrationPanel::setRoomCameras(std::vector<int> serials) {
 
 void CalibrationPanel::clear() {
     report_ = CalibrationReport();
+    concluded_ = false;
     frames_ = 0;
     refresh();
 }
@@ -122,6 +125,11 @@ void CalibrationPanel::clear() {
 int CalibrationPanel::rowCount() const { return table_->rowCount(); }
 
 QString CalibrationPanel::summaryText() const { return summary_->text(); }
+
+void CalibrationPanel::setConclusion(const QString& text) {
+    concluded_ = true;
+    summary_->setText(text);
+}
 
 void CalibrationPanel::setReport(CalibrationReport report) {
     report_ = std::move(report);
@@ -172,6 +180,7 @@ void CalibrationPanel::refresh() {
         table_->setItem(r, 3, state);
     }
     table_->resizeRowsToContents();
+    if (concluded_) return;
 
     const int total = static_cast<int>(serials.size());
     if (total > 0 && good == total)

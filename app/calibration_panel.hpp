@@ -46,6 +46,8 @@ public:
     // The readiness shown for the room's camera in `row`.
     CameraReadiness readinessAt(int row) const { return readiness_.at(row); }
     QString summaryText() const;
+    // Replaces the advice once the calibration is over: where its result went.
+    void setConclusion(const QString& text);
 
 public slots:
     void setReport(CalibrationReport report);
@@ -58,6 +60,7 @@ private:
     CalibrationReport report_;
     std::vector<CameraReadiness> readiness_;
     int frames_ = 0;
+    bool concluded_ = false;
     QLabel* summary_ = nullptr;
     QLabel* framesLabel_ = nullptr;
     QTableWidget* table_ = nullptr;

@@ -6,6 +6,7 @@
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QThread>
 
 #include <atomic>
@@ -106,9 +107,28 @@ void GuiPrompts::exec(const PromptMessage& message) {
     });
 }
 
+bool GuiPrompts::confirm(const PromptMessage& question) {
+    bool yes = false;
+    onGui([&] {
+        QMessageBox* box = makeBox(question, dialogParent_);
+        for (QAbstractButton* button : box->buttons()) {
+            box->removeButton(button);
+            delete button;
+        }
+        box->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+        box->setDefaultButton(QMessageBox::No);
+        yes = box->exec() == QMessageBox::Yes;
+        delete box;
+    });
+    return yes;
+}
+
 QString GuiPrompts::askSaveFileName(const QString& title, const QString& directory, const QString& filter) {
     QString name;
-    onGui([&] { name = QFileDialog::getSaveFileName(dialogParent_, title, directory, filter); });
+    onGui([&] {
+        name = QFileDialog::getSaveFileName(dialogParent_, title, directory, filter, nullptr,
+                                            QFileDialog::DontConfirmOverwrite);
+    });
     return name;
 }
 

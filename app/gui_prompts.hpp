@@ -20,6 +20,7 @@ public:
     // must never depend on the GUI thread being free (it may be waiting for that worker).
     std::shared_ptr<ShownMessage> show(const PromptMessage& message) override;
     void exec(const PromptMessage& message) override;
+    bool confirm(const PromptMessage& question) override;
     QString askSaveFileName(const QString& title, const QString& directory, const QString& filter) override;
     QString askOpenFileName(const QString& title, const QString& directory, const QString& filter) override;
     std::optional<QString> askText(const QString& title, const QString& label, const QString& initial) override;

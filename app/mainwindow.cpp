@@ -2,6 +2,10 @@
 // and the states from "no room" through "room starting" and "running" to "calibrating".
 #include "app/mainwindow.hpp"
 
+#include <QApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QLabel>
 #include <QResizeEvent>
 
 #include "app/calibration_model_menu.hpp"
@@ -13,6 +17,12 @@
 namespace {
 constexpr int kFirstScreenPage = 0;
 constexpr int kViewerPage = 1;
+
+bool anyPosed(const std::vector<lum::FusionConfiguration>& list) {
+    for (const auto& configuration : list)
+        if (!(configuration.pose == lum::Transform::identity())) return true;
+    return false;
+}
 }  // namespace
 
 MainWindow::MainWindow(QWidget* parent, std::shared_ptr<UserPrompts> userPrompts)
@@ -35,6 +45,21 @@ MainWindow::MainWindow(QWidget* parent, std::shared_ptr<UserPrompts> userPrompts
     ui->sk_check->hide();
     ui->enableFusionLabel->hide();
 
+    uncalibratedNote = new QLabel(
+        tr("The cameras are not calibrated yet: each one shows what it sees from where it stands, so one person "
+           "appears once per camera. Start a calibration and walk through the room."),
+        ui->viewer);
+    uncalibratedNote->setObjectName("uncalibrated_note");
+    uncalibratedNote->setWordWrap(true);
+    uncalibratedNote->setStyleSheet(QString("QLabel { background: %1; color: %2; padding: 6px; border-radius: 4px; }")
+                                        .arg(clr::surface.name(), clr::warning.name()));
+    uncalibratedNote->hide();
+    ui->save_calibration_button->hide();
+    Style::styleButton(*ui->save_calibration_button);
+    settling.setSingleShot(true);
+    settling.setInterval(std::max(QApplication::doubleClickInterval(), 300));
+    connect(&settling, &QTimer::timeout, this, [this] { setCalibrationStep(step); });
+
     timer.setInterval(50);
     connect(&timer, &QTimer::timeout, this, &MainWindow::updateUI);
     timer.start();
@@ -51,6 +76,7 @@ MainWindow::MainWindow(QWidget* parent, std::shared_ptr<UserPrompts> userPrompts
 MainWindow::~MainWindow() {
     // The worker's thread and senders go before the widgets they report to.
     timer.stop();
+    if (concluder.joinable()) concluder.join();
     fusion.close();
 }
 
@@ -77,10 +103,11 @@ void MainWindow::connectAll() {
     connect(wsCreator, &WSCreator::createFile, this, &MainWindow::openConfFile);
     connect(wsCreator, &WSCreator::FusionConfigReady, this, &MainWindow::onFusionConfigReady);
     connect(wsCreator, &WSCreator::selfClose, this, &MainWindow::onWsCreatorClosed);
-    connect(&fusion, &FusionWorker::CalibrationConfigurationReady, wsCreator, &WSCreator::onConfigurationFileReady);
+    connect(wsCreator, &WSCreator::calibrationStored, this, &MainWindow::onCalibrationStored);
+    connect(ui->save_calibration_button, &QPushButton::clicked, this, &MainWindow::saveCalibration);
     connect(&fusion, &FusionWorker::updateFusionError, this, &MainWindow::updateFusionErrorLabel);
     connect(&fusion, &FusionWorker::incCalib, this, &MainWindow::calibprogress);
-    connect(&fusion, &FusionWorker::calibrationReport, ui->report_panel, &CalibrationPanel::setReport);
+    connect(&fusion, &FusionWorker::calibrationReport, this, &MainWindow::onCalibrationReport);
 }
 
 void MainWindow::updateUI() {
@@ -103,12 +130,16 @@ void MainWindow::stopSpinner() {
     ui->spinner->stop();
     ui->spinner_wnd->hide();
     makeCalibrationPossible(true);
+    showUncalibratedNote(!roomCalibrated);
 }
 
 void MainWindow::setAsReady() {
     wsCreator->hide();
     wsCreator->clearUi();
     makeCalibrationPossible(false);
+    lastCalibration.clear();
+    ui->save_calibration_button->hide();
+    showUncalibratedNote(false);
     ui->report_panel->hide();
     ui->report_panel->clear();
     ui->view_stack->setCurrentIndex(kViewerPage);
@@ -139,6 +170,7 @@ void MainWindow::showRoomCameras(const std::vector<lum::FusionConfiguration>& li
     std::vector<int> serials;
     for (const auto& configuration : list) serials.push_back(static_cast<int>(configuration.serial_number));
     ui->report_panel->setRoomCameras(serials);
+    roomCalibrated = anyPosed(list);
 }
 
 void MainWindow::onOption_button_released() {
@@ -173,33 +205,127 @@ void MainWindow::on_check_metrics_toggled(bool checked) { SharedData::getInstanc
 void MainWindow::on_check_rawdata_toggled(bool checked) { SharedData::getInstance().showRawData = checked; }
 
 void MainWindow::makeCalibrationPossible(bool possible) {
-    ui->calibration_button->setEnabled(possible);
-    ui->calibration_button->setToolTip(possible ? QString() : tr("You must setup your room before calibrating it."));
-    Style::styleButton(*ui->calibration_button);
+    ui->calibration_button->setToolTip(possible ? QString() : tr("You must set up your room before calibrating it."));
     ui->fusion_error_label->setVisible(possible);
     ui->fusion_error->setVisible(possible);
     ui->fusion_error->clear();
+    setCalibrationStep(possible ? CalibrationStep::Idle : CalibrationStep::Unavailable);
+}
+
+void MainWindow::setCalibrationStep(CalibrationStep next) {
+    step = next;
+    const bool collecting = step == CalibrationStep::Collecting;
+    ui->calibration_button->setEnabled((step == CalibrationStep::Idle || collecting) && !settling.isActive());
+    ui->calibration_button->setChecked(collecting || step == CalibrationStep::Concluding);
+    ui->calibration_button->setText(step == CalibrationStep::Concluding ? tr("Finishing...")
+                                    : collecting                         ? tr("Finish calibration")
+                                                                         : tr("Start calibration"));
+    Style::styleButton(*ui->calibration_button);
+    ui->progressBar->setVisible(collecting);
+    ui->roomSetupButton->setEnabled(step == CalibrationStep::Idle || step == CalibrationStep::Unavailable);
+    ui->save_calibration_button->setVisible(!lastCalibration.empty());
+    ui->save_calibration_button->setEnabled(step == CalibrationStep::Idle);
 }
 
 void MainWindow::on_calibration_button_released() {
-    if (ui->calibration_button->isChecked()) {
-        if (fusion.startCalib(CALIB::SKELETON_CALIB) == 0) {
-            ui->progressBar->setValue(0);
-            ui->progressBar->show();
-            ui->calibration_button->setText(tr("Finish calibration"));
-            ui->roomSetupButton->setEnabled(false);
-            ui->report_panel->show();
-        } else {
-            // Nothing started, so the button must not claim otherwise.
-            ui->calibration_button->setChecked(false);
-        }
-    } else {
-        ui->progressBar->hide();
-        fusion.finishCalib(CALIB::SKELETON_CALIB);
-        ui->calibration_button->setText(tr("Start calibration"));
-        ui->roomSetupButton->setEnabled(true);
-    }
+    // Disabled for a moment, so the second click of a double-click finds it off.
+    settling.start();
+    if (step == CalibrationStep::Idle)
+        beginCalibration();
+    else if (step == CalibrationStep::Collecting)
+        concludeCalibration();
+    else
+        setCalibrationStep(step);
     ui->check_rawdata->setChecked(true);
+}
+
+void MainWindow::beginCalibration() {
+    if (fusion.startCalib(CALIB::SKELETON_CALIB) != 0) {
+        // Nothing started, so the button must not claim otherwise.
+        setCalibrationStep(CalibrationStep::Idle);
+        return;
+    }
+    lastCalibration.clear();
+    ui->progressBar->setValue(0);
+    ui->report_panel->clear();
+    ui->report_panel->show();
+    setCalibrationStep(CalibrationStep::Collecting);
+}
+
+void MainWindow::concludeCalibration() {
+    setCalibrationStep(CalibrationStep::Concluding);
+    if (concluder.joinable()) concluder.join();
+    // The last solve may take seconds; the window keeps drawing meanwhile.
+    concluder = std::thread([this] {
+        std::vector<lum::FusionConfiguration> calibrated = fusion.concludeCalibration();
+        QMetaObject::invokeMethod(
+            this, [this, calibrated] { onCalibrationConcluded(calibrated); }, Qt::QueuedConnection);
+    });
+}
+
+void MainWindow::onCalibrationConcluded(std::vector<lum::FusionConfiguration> calibrated) {
+    if (concluder.joinable()) concluder.join();
+    lastCalibration = std::move(calibrated);
+    setCalibrationStep(CalibrationStep::Idle);
+    if (lastCalibration.empty()) {
+        ui->report_panel->setConclusion(
+            tr("No calibration yet: no solve was usable. Start again and walk where several cameras see you."));
+        prompts->exec(nothingToSaveMessage());
+        return;
+    }
+    roomCalibrated = true;
+    showUncalibratedNote(false);
+    saveCalibration();
+}
+
+bool MainWindow::saveCalibration() {
+    if (lastCalibration.empty()) return false;
+    const QString chosen = prompts->askSaveFileName(tr("Save room calibration"), QDir::home().filePath("calib.json"),
+                                                    tr("Pyra Room Calibration files (*.json)"));
+    if (chosen.isEmpty()) {
+        keepUnsavedCalibration(tr("Saving was cancelled."));
+        return false;
+    }
+    const QString name = QString::fromStdString(calibrationFileName(chosen));
+    if (QFileInfo::exists(name) &&
+        !prompts->confirm({tr("Replace file?"), tr("%1 already exists. Do you want to replace it?").arg(name),
+                           PromptIcon::Warning})) {
+        keepUnsavedCalibration(tr("%1 was kept as it was.").arg(name));
+        return false;
+    }
+    std::string problem;
+    if (!lum::writeConfigurationFile(name.toStdString(), lastCalibration, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                     lum::UNIT::METER, &problem)) {
+        keepUnsavedCalibration(tr("%1 could not be written: %2").arg(name, QString::fromStdString(problem)));
+        return false;
+    }
+    ui->report_panel->setConclusion(tr("Calibration saved to %1.").arg(name));
+    ui->save_calibration_button->hide();
+    // The hub upload runs off this thread and reports through calibrationStored.
+    wsCreator->onConfigurationFileReady(lastCalibration, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
+    return true;
+}
+
+void MainWindow::keepUnsavedCalibration(const QString& why) {
+    const QString text = why + " " + tr("The calibration is kept: use \"Save calibration...\" to save it.");
+    ui->report_panel->setConclusion(text);
+    ui->save_calibration_button->show();
+    ui->save_calibration_button->setEnabled(step == CalibrationStep::Idle);
+    prompts->exec({tr("Calibration not saved"), text, PromptIcon::Warning});
+}
+
+void MainWindow::onCalibrationStored(QString outcome) {
+    ui->report_panel->setConclusion(ui->report_panel->summaryText() + "<br>" + outcome.toHtmlEscaped());
+}
+
+void MainWindow::onCalibrationReport(CalibrationReport report) {
+    if (report.usable) showUncalibratedNote(false);
+    ui->report_panel->setReport(std::move(report));
+}
+
+void MainWindow::showUncalibratedNote(bool show) {
+    uncalibratedNote->setVisible(show);
+    if (show) fitOverlays();
 }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
@@ -212,4 +338,10 @@ void MainWindow::fitOverlays() {
     const QRect view = ui->view_stack->geometry();
     ui->spinner_wnd->move(view.center().x() - ui->spinner_wnd->width() / 2,
                           view.center().y() - ui->spinner_wnd->height() / 2);
+    // Top right of the view: the metrics text takes the top left.
+    const int width = std::min(360, ui->viewer->width() / 2);
+    uncalibratedNote->setFixedWidth(width);
+    uncalibratedNote->adjustSize();
+    uncalibratedNote->move(ui->viewer->width() - width - 12, 12);
+    uncalibratedNote->raise();
 }

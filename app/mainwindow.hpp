@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/shared_records.hpp"
@@ -18,6 +19,7 @@ class MainWindow;
 }
 
 class GuiPrompts;
+class QLabel;
 class UserPrompts;
 class WSCreator;
 
@@ -44,6 +46,8 @@ public slots:
     void onWsCreatorClosed();
     void enableModules(bool enabled);
     void makeCalibrationPossible(bool possible);
+    // Asks where to save the last calibration and writes it; false when nothing was saved.
+    bool saveCalibration();
 
 private slots:
     void on_odom_check_toggled(bool checked);
@@ -51,11 +55,23 @@ private slots:
     void on_check_metrics_toggled(bool checked);
     void on_check_rawdata_toggled(bool checked);
     void on_calibration_button_released();
+    void onCalibrationConcluded(std::vector<lum::FusionConfiguration> calibrated);
+    void onCalibrationStored(QString outcome);
+    void onCalibrationReport(CalibrationReport report);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
+    // Where the calibration button stands. `Concluding` lasts from Finish until the last
+    // solve has landed, off the GUI thread.
+    enum class CalibrationStep { Unavailable, Idle, Collecting, Concluding };
+
+    void setCalibrationStep(CalibrationStep step);
+    void beginCalibration();
+    void concludeCalibration();
+    void keepUnsavedCalibration(const QString& why);
+    void showUncalibratedNote(bool show);
     void styleWidgets();
     void connectAll();
     void fitOverlays();
@@ -67,4 +83,11 @@ private:
     std::unique_ptr<Ui::MainWindow> ui;
     std::shared_ptr<UserPrompts> prompts;
     WSCreator* wsCreator = nullptr;
+    QLabel* uncalibratedNote = nullptr;
+    CalibrationStep step = CalibrationStep::Unavailable;
+    // Clicks on the calibration button wait for this, so a double-click is one click.
+    QTimer settling;
+    std::thread concluder;
+    std::vector<lum::FusionConfiguration> lastCalibration;
+    bool roomCalibrated = false;
 };

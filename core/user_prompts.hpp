@@ -31,7 +31,13 @@ public:
     virtual std::shared_ptr<ShownMessage> show(const PromptMessage& message) = 0;
     // Shows a modal box with a single "Ok" button and returns when it is closed.
     virtual void exec(const PromptMessage& message) = 0;
-    // A file name to save to; empty when cancelled.
+    // A yes/no question; true for yes. Where nobody can answer (no console, no window) the
+    // caller's own choice stands, so the default says yes.
+    virtual bool confirm(const PromptMessage& question) {
+        (void)question;
+        return true;
+    }
+    // A file name to save to; empty when cancelled. Overwriting is the caller's to confirm.
     virtual QString askSaveFileName(const QString& title, const QString& directory, const QString& filter) = 0;
     // A file name to open; empty when cancelled.
     virtual QString askOpenFileName(const QString& title, const QString& directory, const QString& filter) = 0;

@@ -148,13 +148,19 @@ void FusionWorker::applySolvedCalibration() {
 }
 
 int FusionWorker::startCalib(CALIB kind) {
+    // A finished calibration's solve has landed by now; its result must not seed this one.
+    solver.wait();
+    solver.take();
     std::lock_guard<std::mutex> lock(workerMutex);
     if (configurationPath.empty() && configurations.empty()) {
-        std::cout << "No configuration loaded. You must load a configuration file, autodiscover usb devices or "
+        std::cout << "No configuration loaded. You must load a configuration file, autodiscover USB devices or "
                      "connect to Pyra Hub."
                   << std::endl;
         return -1;
     }
+    // Frames of an earlier walk were taken with the cameras at their old poses; mixing them
+    // in makes the residuals meaningless.
+    resetCalibration();
 
     lum::Transform reset = lum::Transform::identity();
     lum::convertCoordinateSystem(reset, lum::COORDINATE_SYSTEM::IMAGE, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
@@ -187,40 +193,44 @@ int FusionWorker::startCalib(CALIB kind) {
     return 0;
 }
 
-bool FusionWorker::finishCalib(CALIB) {
+std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     std::cout << "STOP CALIB SK" << std::endl;
     {
         std::lock_guard<std::mutex> lock(workerMutex);
         calibration.isCollecting = false;
     }
-    // The loop goes on meanwhile; only the save waits for the solver.
+    // The loop goes on meanwhile; only the conclusion waits for the solver.
     solver.wait();
-    const QString chosen =
-        prompts->askSaveFileName("Save room calibration", "", "Pyra Room Calibration files (*.json)");
-
-    std::unique_lock<std::mutex> lock(workerMutex);
+    std::lock_guard<std::mutex> lock(workerMutex);
     applySolvedCalibration();
     if (calibration.calibratedPoses.empty()) {
         resetCalibration();
-        lock.unlock();
-        prompts->exec({"No calibration to save", "Halden has not generated a calibration file to be save.",
-                       PromptIcon::Warning});
-        return false;
+        return {};
     }
-
     for (lum::FusionConfiguration& configuration : configurations) {
         auto found = calibration.calibratedPoses.find(configuration.serial_number);
         if (found != calibration.calibratedPoses.end()) configuration.pose = found->second;
     }
+    for (const auto& [serial, transform] : calibration.calibratedPoses)
+        fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+    return configurations;
+}
+
+bool FusionWorker::finishCalib(CALIB) {
+    const std::vector<lum::FusionConfiguration> calibrated = concludeCalibration();
+    if (calibrated.empty()) {
+        prompts->exec(nothingToSaveMessage());
+        return false;
+    }
+    const QString chosen =
+        prompts->askSaveFileName("Save room calibration", "", "Pyra Room Calibration files (*.json)");
     const std::string name = calibrationFileName(chosen);
     std::cout << "Writing file " << name << std::endl;
     std::string problem;
-    const bool written = lum::writeConfigurationFile(name, configurations, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+    const bool written = lum::writeConfigurationFile(name, calibrated, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
                                                      lum::UNIT::METER, &problem);
     if (!written) std::cerr << problem << std::endl;
-    emit CalibrationConfigurationReady(configurations, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
-    for (const auto& [serial, transform] : calibration.calibratedPoses)
-        fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+    emit CalibrationConfigurationReady(calibrated, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
     return written;
 }
 

@@ -15,6 +15,10 @@ std::string calibrationFileName(const QString& chosen) {
     return name.toStdString();
 }
 
+PromptMessage nothingToSaveMessage() {
+    return {"No calibration to save", "Halden has not generated a calibration to save yet.", PromptIcon::Warning};
+}
+
 FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::make_shared<lum::Fusion>()) {
     registerSharedMetaTypes();
     qRegisterMetaType<CalibrationReport>("CalibrationReport");
@@ -144,6 +148,8 @@ void FusionWorker::waitUntilHidden(const PromptMessage& message) {
     }
 }
 
+// Never a modal box here: close() on the GUI thread may be waiting for this thread, and a
+// box that needs the GUI thread to return would hold both forever.
 bool FusionWorker::startUp() {
     std::cout << "INIT FUSION " << std::endl;
     {
@@ -244,21 +250,21 @@ bool FusionWorker::startUp() {
                                 .arg(lum::kSdkVersion.minor)
                                 .arg(lum::kSdkVersion.patch);
     if (subscribedCameras.empty()) {
-        prompts->exec({"No subscribed camera",
-                       "Halden could not subscribed to any camera. Please check that the senders are compatible "
+        waitUntilHidden({"No subscribed camera",
+                       "Halden could not subscribe to any camera. Please check that the senders are compatible "
                        "with Pyra SDK v" + version,
                        PromptIcon::Critical});
         return false;
     }
     if (subscribedCameras.size() == 1) {
-        prompts->exec({"Subscribed to ONE camera only",
+        waitUntilHidden({"Subscribed to ONE camera only",
                        "Halden subscribed to one camera only. The calibration process requires at least two "
                        "cameras. Please check that the senders are compatible with Pyra SDK v" + version,
                        PromptIcon::Critical});
         return false;
     }
     if (!subscribeFailures.empty())
-        prompts->exec({"Failed to subscribe", "Halden failed to subscribe to: " + subscribeFailures.join(", "),
+        waitUntilHidden({"Failed to subscribe", "Halden failed to subscribe to: " + subscribeFailures.join(", "),
                        PromptIcon::Critical});
     return !stopRequested;
 }

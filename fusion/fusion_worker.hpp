@@ -33,6 +33,9 @@ struct LoopTiming {
 // appended unless the last dot-separated piece already is "json".
 std::string calibrationFileName(const QString& chosen);
 
+// Said instead of asking for a file name when no solve was usable.
+PromptMessage nothingToSaveMessage();
+
 // The calibration frame of one processed set: the body of every subscribed camera whose
 // new bodies hold exactly one person, keyed by serial number. Cameras that see nobody or
 // several people add nothing, so a frame only pairs cameras sure to see the same person.
@@ -59,9 +62,13 @@ public:
     void enableTracking();
     void disableModules();
 
-    // -1 when no room is loaded, 0 otherwise.
+    // -1 when no room is loaded, 0 otherwise. Starts from an empty store.
     int startCalib(CALIB kind);
-    // True when a calibration file was written.
+    // Stops collecting, waits for a running solve (so never call it on the GUI thread) and
+    // hands the room's configurations with the calibrated poses, which the fusion now uses
+    // too; empty when no solve was usable.
+    std::vector<lum::FusionConfiguration> concludeCalibration();
+    // Concludes, asks where to save and writes the file. True when a file was written.
     bool finishCalib(CALIB kind);
     void close();
 

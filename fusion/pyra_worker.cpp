@@ -74,7 +74,7 @@ void PyraWorker::setup(lum::FusionConfiguration configuration, AppParams params)
     const lum::AI_Model_status status = lum::checkAIModelStatus(model, 0);
     if (!status.downloaded || !status.optimized) {
         auto box = prompts->show({"AI model not downloaded or optimized",
-                                  "Halden is downloading or/and optimizing an AI model.\nThis can take a few minutes.",
+                                  "Halden is downloading or optimizing an AI model.\nThis can take a few minutes.",
                                   PromptIcon::Information});
         lum::optimizeAIModel(model, 0);
         box->hide();
@@ -111,7 +111,7 @@ void PyraWorker::run() {
         const QString serial = QString::number(camera.getCameraInformation().serial_number);
         const QString error = QString::fromStdString(pendingError);
         showAndWait({QString("SN%1: %2").arg(serial, error),
-                     QString("Halden received %2 error from SN#SN.\n\nNo new data will be ingested from SN%1.")
+                     QString("Halden received error %2 from SN%1.\n\nNo new data will be ingested from SN%1.")
                          .arg(serial, error),
                      PromptIcon::Critical});
         running = false;

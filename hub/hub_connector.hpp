@@ -63,6 +63,11 @@ public:
     // or null calibration removes it. Other user data is kept. True when the hub accepted it.
     bool setWorkspaceCalibrationData(const QString& workspaceId, const nlohmann::json& calibration);
 
+    // What another thread needs to open the same session: a connector's requests must be
+    // made on the thread that created it.
+    QString address() const { return address_; }
+    QString token() const { return token_; }
+
     // Lets tests point the "is this the default hub" check at a loopback server without
     // changing kDefaultHubAddress. An empty text restores the constant.
     static void setDefaultHubAddressForTesting(const QString& address);

@@ -149,7 +149,8 @@ void WSCreator::on_local_load_released() {
     QSettings settings(wscreator::kAppOrganisation, wscreator::kAppApplication);
     const QString folder = settings.value(wscreator::kLastRoomFolderKey, QDir::homePath()).toString();
     const QString path =
-        prompts().askOpenFileName(tr("Open Pyra Localization"), folder, tr("Pyra Localization Files (*.json)"));
+        prompts().askOpenFileName(tr("Open a room or calibration file"), folder,
+                                  tr("Room or calibration files (*.json)"));
     if (path.isEmpty()) return;
     settings.setValue(wscreator::kLastRoomFolderKey, QFileInfo(path).absolutePath());
     settings.sync();

@@ -56,9 +56,12 @@ signals:
     void FusionConfigReady(std::vector<lum::FusionConfiguration> configurations);
     void selfClose();
     void stopFusionWorker();
+    // After a calibration was pushed to the hub: where it went, or why it did not.
+    void calibrationStored(QString outcome);
 
 public slots:
-    // Stores a finished calibration in the selected hub workspace, once.
+    // Stores a finished calibration in the selected hub workspace, once, on a thread of its
+    // own: a slow hub never holds up the window. The outcome comes as calibrationStored.
     void onConfigurationFileReady(std::vector<lum::FusionConfiguration> configurations,
                                   lum::COORDINATE_SYSTEM coordinateSystem, lum::UNIT unit);
 
@@ -99,6 +102,8 @@ private:
     void updateHubControls();
     void forgetWorkspaceChoice();
     void createFromHub();
+    // Keeps the local copy of a workspace's user data in step with what the hub accepted.
+    void rememberCalibration(const QString& workspaceId, const nlohmann::json& document);
 
     std::unique_ptr<Ui::WSCreator> ui_;
     CustomStyle* customStyle_ = nullptr;  // owned by the dialog

@@ -8,7 +8,9 @@
 #include <QDebug>
 #include <QListWidgetItem>
 #include <QSettings>
+#include <QThread>
 
+#include <atomic>
 #include <iostream>
 
 #include "core/user_prompts.hpp"
@@ -251,8 +253,13 @@ void WSCreator::onRetrieveCalibrationFromWorkspaceClicked() {
     }
     // A stored calibration the fusion cannot use is replaced by what it can use, so the next
     // person to open this workspace is not stopped by it again.
-    if (unusableSeen)
-        onConfigurationFileReady(usableAsWritten, lum::COORDINATE_SYSTEM::IMAGE, lum::UNIT::MILLIMETER);
+    if (unusableSeen) {
+        const QString workspaceId = workspaceId_;
+        const nlohmann::json document =
+            roomfile::writeDocument(usableAsWritten, lum::COORDINATE_SYSTEM::IMAGE, lum::UNIT::MILLIMETER);
+        HubBusy busy(*this);
+        if (hub_->setWorkspaceCalibrationData(workspaceId, document)) rememberCalibration(workspaceId, document);
+    }
 
     if (storedCalibration_.empty()) {
         sourceKind_ = SOURCE_NONE;
@@ -296,16 +303,37 @@ void WSCreator::onConfigurationFileReady(std::vector<lum::FusionConfiguration> c
                                          lum::COORDINATE_SYSTEM coordinateSystem, lum::UNIT unit) {
     const nlohmann::json document = roomfile::writeDocument(configurations, coordinateSystem, unit);
     if (workspaceId_.isEmpty() || !hub_) return;
-    // Cleared before the request: the wait pumps events, and a calibration is pushed once.
+    // Cleared before the request: a calibration is pushed once.
     const QString workspaceId = workspaceId_;
-    const std::shared_ptr<HubConnector> hub = hub_;
+    auto workspace = workspaces_.find(workspaceId);
+    const QString workspaceName = workspace == workspaces_.end() ? workspaceId : workspace->second.name;
     {
         const QSignalBlocker blocker(ui_->workspace_combo);
         ui_->workspace_combo->setCurrentIndex(-1);
     }
     forgetWorkspaceChoice();
-    HubBusy busy(*this);
-    if (!hub->setWorkspaceCalibrationData(workspaceId, document)) return;
+
+    auto stored = std::make_shared<std::atomic<bool>>(false);
+    QThread* upload = QThread::create([address = hub_->address(), token = hub_->token(), workspaceId, document,
+                                       stored] {
+        HubConnector hub(address, token);
+        *stored = hub.setWorkspaceCalibrationData(workspaceId, document);
+    });
+    connect(upload, &QThread::finished, upload, &QObject::deleteLater);
+    connect(upload, &QThread::finished, this, [this, stored, workspaceId, workspaceName, document] {
+        if (!*stored) {
+            emit calibrationStored(tr("The calibration could not be stored in workspace %1: the hub refused it "
+                                      "or did not answer.")
+                                       .arg(workspaceName));
+            return;
+        }
+        rememberCalibration(workspaceId, document);
+        emit calibrationStored(tr("Calibration stored in workspace %1.").arg(workspaceName));
+    });
+    upload->start();
+}
+
+void WSCreator::rememberCalibration(const QString& workspaceId, const nlohmann::json& document) {
     auto workspace = workspaces_.find(workspaceId);
     if (workspace == workspaces_.end()) return;
     nlohmann::json& userData = workspace->second.user_data;

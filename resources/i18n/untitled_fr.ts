@@ -166,7 +166,7 @@
     </message>
     <message>
         <location filename="../../app/mainwindow.cpp" line="175"/>
-        <source>You must setup your room before calibrating it.</source>
+        <source>You must set up your room before calibrating it.</source>
         <translation>Vous devez configurer votre pièce avant de la calibrer.</translation>
     </message>
     <message>

@@ -2,7 +2,12 @@
 // set-up shown over the window, and a room that fails to start.
 #include <QAction>
 #include <QCheckBox>
+#include <QApplication>
+#include <QHeaderView>
 #include <QLabel>
+#include <QMessageBox>
+#include <QTableWidget>
+#include <unistd.h>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
@@ -33,6 +38,7 @@ private slots:
     void roomSetupCoversTheWindowUntilClosed();
     void roomThatFailsToStartKeepsTheSpinnerTurning();
     void reportPanelNamesTheCamerasThatLackData();
+    void closingWhileTheRoomStartsNeverWaitsForABox();
     void frenchTranslationIsFoundByLanguageName();
     void calibrationModelChoiceIsRemembered();
 
@@ -70,7 +76,7 @@ void MainWindowTest::cleanup() { window.reset(); }
 void MainWindowTest::withoutRoomNothingCanBeCalibrated() {
     auto* button = find<QPushButton>("calibration_button");
     QVERIFY(!button->isEnabled());
-    QCOMPARE(button->toolTip(), QString("You must setup your room before calibrating it."));
+    QCOMPARE(button->toolTip(), QString("You must set up your room before calibrating it."));
     QVERIFY(!find<QLabel>("fusion_error")->isVisible());
     QVERIFY(!find<QLabel>("fusion_error_label")->isVisible());
     QVERIFY(!find<QCheckBox>("sk_check")->isVisible());
@@ -165,6 +171,38 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     panel.setRoomCameras({1, 2});
     panel.setReport(report);
     QVERIFY(panel.summaryText().contains("you can finish"));
+
+    // At the width the window gives it, every state is read in full.
+    panel.setFixedWidth(420);
+    panel.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&panel));
+    auto* table = panel.findChild<QTableWidget*>("report_table");
+    for (int row = 0; row < table->rowCount(); ++row) {
+        const QString state = table->item(row, 3)->text();
+        QVERIFY2(table->columnWidth(3) >= table->fontMetrics().horizontalAdvance(state), qPrintable(state));
+    }
+    QVERIFY(table->horizontalHeader()->length() <= table->viewport()->width());
+}
+
+void MainWindowTest::closingWhileTheRoomStartsNeverWaitsForABox() {
+    // Real boxes: the worker tells the user that nobody could be subscribed while the
+    // window is being closed, and neither may wait for the other.
+    window = std::make_unique<MainWindow>();
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    std::vector<lum::FusionConfiguration> room(2);
+    for (int i = 0; i < 2; ++i) {
+        room[i].serial_number = 52001 + i;
+        room[i].communication_parameters.setForLocalNetwork("127.0.0.1", 47000 + 4 * (getpid() % 2000) + 2 * i);
+    }
+    window->onFusionConfigReady(room);
+    auto boxShown = [] {
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible()) return true;
+        return false;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(boxShown(), 60000);
+    window.reset();
 }
 
 void MainWindowTest::frenchTranslationIsFoundByLanguageName() {

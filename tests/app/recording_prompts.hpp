@@ -2,6 +2,7 @@
 // and the save question is answered with a path chosen by the test.
 #pragma once
 
+#include <QAtomicInt>
 #include <QMutex>
 #include <QStringList>
 
@@ -14,7 +15,14 @@ public:
         return std::make_shared<Gone>();
     }
     void exec(const PromptMessage& message) override { record(message); }
-    QString askSaveFileName(const QString&, const QString&, const QString&) override { return saveName; }
+    QString askSaveFileName(const QString&, const QString&, const QString&) override {
+        saveQuestions.fetchAndAddOrdered(1);
+        return saveName;
+    }
+    bool confirm(const PromptMessage& question) override {
+        record(question);
+        return confirmAnswer;
+    }
 
     QStringList titles() const {
         QMutexLocker lock(&mutex_);
@@ -22,6 +30,8 @@ public:
     }
 
     QString saveName;
+    bool confirmAnswer = false;
+    QAtomicInt saveQuestions = 0;
 
 private:
     class Gone : public ShownMessage {

@@ -86,10 +86,11 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
     EXPECT_FALSE(observed.initialised);
     const auto shown = second->prompts();
     ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0].kind, "exec");
+    // Not modal: closing the window meanwhile must not wait for a box on the GUI thread.
+    EXPECT_EQ(shown[0].kind, "show");
     EXPECT_EQ(shown[0].title, "No subscribed camera");
     EXPECT_EQ(shown[0].text,
-              "Halden could not subscribed to any camera. Please check that the senders are compatible with Pyra "
+              "Halden could not subscribe to any camera. Please check that the senders are compatible with Pyra "
               "SDK v5.1.0.");
 }
 
@@ -140,11 +141,11 @@ TEST(WorkerStartUp, RunsOnWithTheCamerasThatWork) {
     EXPECT_EQ(openFailure->text, "Halden failed to open: 51004");
     const auto* subscribeFailure = find(shown, "Failed to subscribe");
     ASSERT_NE(subscribeFailure, nullptr);
-    EXPECT_EQ(subscribeFailure->kind, "exec");
+    EXPECT_EQ(subscribeFailure->kind, "show");
     EXPECT_EQ(subscribeFailure->text, "Halden failed to subscribe to: 51003");
     const auto* grabError = find(shown, "SN51002: CAMERA NOT DETECTED");
     EXPECT_EQ(grabError->text,
-              "Halden received CAMERA NOT DETECTED error from SN#SN.\n\nNo new data will be ingested from SN51002.");
+              "Halden received error CAMERA NOT DETECTED from SN51002.\n\nNo new data will be ingested from SN51002.");
     EXPECT_EQ(grabError->kind, "show");
 
     EXPECT_NE(log.find(" camera 51004 failed to open"), std::string::npos);

@@ -175,7 +175,8 @@ void WSCreatorTest::roomFileAndParameters() {
     QSignalSpy stops(dialog_.get(), &WSCreator::stopFusionWorker);
     click("local_load");  // cancelled
     QCOMPARE(files.size() + stops.size(), 0);
-    QCOMPARE(prompts_.questions.last(), "Open Pyra Localization|" + QDir::homePath() + "|Pyra Localization Files (*.json)");
+    QCOMPARE(prompts_.questions.last(),
+             "Open a room or calibration file|" + QDir::homePath() + "|Room or calibration files (*.json)");
 
     const QString folder = home_.path() + QString::fromUtf8("/salle été");
     QVERIFY(QDir().mkpath(folder));

@@ -310,8 +310,18 @@ void WSCreatorHubTest::storedCalibrationTakenOrRefused() {
 void WSCreatorHubTest::pushKeepsUserDataAndHappensOnce() {
     widget<QComboBox>("workspace_combo")->setCurrentIndex(0);
     QCOMPARE(dialog_->selectedWorkspaceId(), QString("1"));
+    QSignalSpy outcomes(dialog_.get(), &WSCreator::calibrationStored);
+    // A hub that takes its time never holds the caller: the push is still under way when
+    // the call returns.
+    admin(PUT, "/_admin/faults", {{"delay_ms", 2000}});
+    const json before = workspaceOnDisk(1)["user_data"];
     dialog_->onConfigurationFileReady(calibrated_, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
     QVERIFY(dialog_->selectedWorkspaceId().isEmpty());
+    QCOMPARE(outcomes.count(), 0);
+    QCOMPARE(workspaceOnDisk(1)["user_data"], before);
+    admin(PUT, "/_admin/faults", json::object());
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.count(), 1, 60000);
+    QCOMPARE(outcomes.at(0).at(0).toString(), QString("Calibration stored in workspace Studio."));
     const json expected = {{"site", "lab"},
                            {"notes", {1, 2}},
                            {"calibration_data", roomfile::writeDocument(calibrated_, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
@@ -320,6 +330,7 @@ void WSCreatorHubTest::pushKeepsUserDataAndHappensOnce() {
 
     dialog_->onConfigurationFileReady({camera(7, 0.f, lum::Translation(0.f, 0.f, 0.f))},
                                       lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
+    QCOMPARE(outcomes.count(), 1);
     QCOMPARE(workspaceOnDisk(1)["user_data"], expected);
 }
 

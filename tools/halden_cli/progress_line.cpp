@@ -4,17 +4,34 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 
 ProgressLine::ProgressLine() : terminal(isatty(fileno(stderr)) != 0) {}
 
+namespace {
+// The fusion worker solves once more than ten frames have come since the last solve, and
+// takes at most one frame per half second.
+constexpr int kFramesPerSolve = 11;
+constexpr double kSecondsPerFrame = 0.5;
+}  // namespace
+
 std::string ProgressLine::format(const State& state) {
     char rms[32] = "-";
     if (state.lastRmsMm) std::snprintf(rms, sizeof(rms), "%.1f mm", *state.lastRmsMm);
-    char line[160];
-    std::snprintf(line, sizeof(line), "calibrating %3d%%  frames %d  solves %d  last RMS %s  %d/%d s", state.percent,
-                  state.frames, state.solves, rms, state.elapsedSeconds, state.totalSeconds);
+    char next[64];
+    const int framesSinceSolve = state.percent / 10;
+    if (framesSinceSolve >= kFramesPerSolve) {
+        std::snprintf(next, sizeof(next), "solving");
+    } else {
+        const int missing = kFramesPerSolve - framesSinceSolve;
+        std::snprintf(next, sizeof(next), "next solve in %d frame%s (%.0f s or more)", missing,
+                      missing == 1 ? "" : "s", std::ceil(missing * kSecondsPerFrame));
+    }
+    char line[200];
+    std::snprintf(line, sizeof(line), "calibrating  frames %d  %s  solves %d  last RMS %s  %d/%d s", state.frames,
+                  next, state.solves, rms, state.elapsedSeconds, state.totalSeconds);
     return line;
 }
 

@@ -8,7 +8,7 @@
 class ProgressLine {
 public:
     struct State {
-        int percent = 0;  // toward the next solve; passes 100 while a solve runs
+        int percent = 0;  // toward the next solve, as the worker reports it; passes 100 while a solve is due
         int frames = 0;
         int solves = 0;
         std::optional<double> lastRmsMm;

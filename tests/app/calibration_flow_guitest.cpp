@@ -1,0 +1,141 @@
+// The calibration button on a running simulated room, through the real widgets: clicks
+// that come too fast, finishing with nothing to save, cancelling the save, replacing a
+// file, and a second calibration that starts from nothing.
+#include <QFile>
+#include <QLabel>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "app/application.hpp"
+#include "app/calibration_panel.hpp"
+#include "app/mainwindow.hpp"
+#include "pyra_sim/scene.hpp"
+#include "style/waiting_spinner_widget.hpp"
+#include "tests/app/recording_prompts.hpp"
+#include "testing/synthetic_store.hpp"
+#include "workspace/room_usb.hpp"
+
+class CalibrationFlowTest : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void doubleClickStartsOnceAndEmptyFinishAsksNothing();
+    void cancelledSaveWritesNothingAndKeepsTheResult();
+    void secondCalibrationStartsFromNothing();
+
+private:
+    template <typename T>
+    T* find(const char* name) {
+        T* widget = window->findChild<T*>(name);
+        if (!widget) qFatal("no widget %s", name);
+        return widget;
+    }
+    QPushButton* button() { return find<QPushButton>("calibration_button"); }
+    void clickWhenSettled(QPushButton* target);
+    bool said(const QString& title) const { return prompts->titles().contains(title); }
+
+    QTemporaryDir home;
+    std::shared_ptr<RecordingPrompts> prompts;
+    std::unique_ptr<MainWindow> window;
+};
+
+void CalibrationFlowTest::initTestCase() {
+    // The home folder is where a careless save would land.
+    qputenv("HOME", home.path().toLocal8Bit());
+    qputenv("PYRA_RUNTIME_DIR", home.filePath("ipc").toLocal8Bit());
+    qputenv("PYRA_MODEL_CACHE", home.filePath("models").toLocal8Bit());
+    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
+    qunsetenv("PYRA_SIM_SCENE");
+    applyLook(*qApp);
+
+    prompts = std::make_shared<RecordingPrompts>();
+    window = std::make_unique<MainWindow>(nullptr, prompts);
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    window->onFusionConfigReady(roomusb::discover().configurations);
+    QTRY_VERIFY_WITH_TIMEOUT(!find<WaitingSpinnerWidget>("spinner")->isSpinning(), 60000);
+    // Before any calibration every camera draws in its own frame, and the view says so.
+    QVERIFY(find<QLabel>("uncalibrated_note")->isVisible());
+}
+
+void CalibrationFlowTest::cleanupTestCase() { window.reset(); }
+
+void CalibrationFlowTest::clickWhenSettled(QPushButton* target) {
+    QTRY_VERIFY_WITH_TIMEOUT(target->isEnabled(), 60000);
+    QTest::mouseClick(target, Qt::LeftButton);
+}
+
+void CalibrationFlowTest::doubleClickStartsOnceAndEmptyFinishAsksNothing() {
+    QTest::mouseDClick(button(), Qt::LeftButton);
+    QTest::mouseClick(button(), Qt::LeftButton);
+    QCOMPARE(button()->text(), QString("Finish calibration"));
+    QVERIFY(button()->isChecked());
+
+    // Finished before any solve: said at once, no file name asked for.
+    clickWhenSettled(button());
+    QTRY_VERIFY_WITH_TIMEOUT(said("No calibration to save"), 60000);
+    QCOMPARE(int(prompts->saveQuestions), 0);
+    QCOMPARE(button()->text(), QString("Start calibration"));
+    QVERIFY(!find<QPushButton>("save_calibration_button")->isVisible());
+}
+
+void CalibrationFlowTest::cancelledSaveWritesNothingAndKeepsTheResult() {
+    QSignalSpy reports(&window->fusionWorker(), &FusionWorker::calibrationReport);
+    clickWhenSettled(button());
+    std::map<int, lum::Transform> truth;
+    for (const auto& camera : pyra_sim::activeScene().cameras) truth[int(camera.serial)] = camera.pose;
+    window->fusionWorker().setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 7));
+    QTRY_VERIFY_WITH_TIMEOUT(!reports.isEmpty() && reports.last().at(0).value<CalibrationReport>().usable, 120000);
+    QTRY_VERIFY(!find<QLabel>("uncalibrated_note")->isVisible());
+
+    prompts->saveName.clear();
+    clickWhenSettled(button());
+    // The last solve is awaited off the GUI thread: the window answers meanwhile.
+    QCOMPARE(button()->text(), QString("Finishing..."));
+    QVERIFY(!button()->isEnabled());
+    QTRY_VERIFY_WITH_TIMEOUT(said("Calibration not saved"), 60000);
+    QVERIFY(!QFile::exists(home.filePath("calib.json")));
+    auto* save = find<QPushButton>("save_calibration_button");
+    QVERIFY(save->isVisible());
+
+    // An existing file is only replaced when the user agrees.
+    const QString path = home.filePath("room.json");
+    QFile existing(path);
+    QVERIFY(existing.open(QIODevice::WriteOnly));
+    existing.write("mine");
+    existing.close();
+    prompts->saveName = path;
+    clickWhenSettled(save);
+    QVERIFY(said("Replace file?"));
+    QVERIFY(existing.open(QIODevice::ReadOnly));
+    QCOMPARE(existing.readAll(), QByteArray("mine"));
+    existing.close();
+
+    prompts->confirmAnswer = true;
+    clickWhenSettled(save);
+    std::string error;
+    QCOMPARE(lum::readFusionConfigurationFile(path.toStdString(), lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                              lum::UNIT::METER, &error)
+                 .size(),
+             truth.size());
+    QVERIFY(!save->isVisible());
+    QVERIFY(find<CalibrationPanel>("report_panel")->summaryText().contains("Calibration saved to " + path));
+    window->grab().save(screenshotPath("app_calibration_saved.png"));
+}
+
+void CalibrationFlowTest::secondCalibrationStartsFromNothing() {
+    clickWhenSettled(button());
+    // The walker may add a frame or two meanwhile; the 25 of the last walk are gone.
+    QVERIFY(window->fusionWorker().calibrationFrameCount() < 10);
+    auto* panel = find<CalibrationPanel>("report_panel");
+    for (int row = 0; row < panel->rowCount(); ++row) QCOMPARE(panel->readinessAt(row), CameraReadiness::NoData);
+    clickWhenSettled(button());
+    QTRY_COMPARE_WITH_TIMEOUT(button()->text(), QString("Start calibration"), 60000);
+}
+
+QTEST_MAIN(CalibrationFlowTest)
+#include "calibration_flow_guitest.moc"
