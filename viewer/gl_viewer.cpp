@@ -101,11 +101,15 @@ void GlViewer::initializeGL() {
     pointCloudProgram = std::make_unique<QOpenGLShaderProgram>();
     initShader(*pointCloudProgram, shaderSource(":/shaders/pointcloud.vert").constData(),
                basicFragment.constData());
+    instanceProgram = std::make_unique<QOpenGLShaderProgram>();
+    initShader(*instanceProgram, shaderSource(":/shaders/instanced.vert").constData(), basicFragment.constData());
+    unitShapes = std::make_unique<UnitShapeBuffers>();
+    unitShapes->setup();
 
     buildRings();
     for (auto& map : maps)
         if (!map) map = std::make_unique<SubMapObj>();
-    if (!fusedSkeletons) fusedSkeletons = std::make_unique<Simple3DObject>();
+    if (!fusedSkeletons) fusedSkeletons = std::make_unique<SkeletonInstances>();
     if (skyBox) skyBox->initializeGL();
     bodyColors.init();
     cameraColors.init();
@@ -139,11 +143,13 @@ void GlViewer::releaseGL() {
     cameras.clear();
     fusedSkeletons.reset();
     rawSkeletons.clear();
+    unitShapes.reset();
     for (auto& map : maps) map.reset();
     skyBox.reset();
     basicProgram.reset();
     skeletonProgram.reset();
     pointCloudProgram.reset();
+    instanceProgram.reset();
 }
 
 void GlViewer::resizeGL(int width, int height) {
@@ -161,14 +167,16 @@ void GlViewer::paintGL() {
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glClearColor(background.x, background.y, background.z, 1.f);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    if (!basicProgram || !pointCloudProgram || !fusedSkeletons || !maps[0] || !maps[1]) return;
+    if (!basicProgram || !pointCloudProgram || !instanceProgram || !unitShapes || !fusedSkeletons || !maps[0] ||
+        !maps[1])
+        return;
 
     std::lock_guard<std::mutex> lock(dataMutex);
     const bool showRaw = SharedData::getInstance().showRawData.load();
     if (isVisible()) {
         for (auto& entry : cameras) entry.second.model->pushToGPU();
-        fusedSkeletons->pushToGPU();
-        for (auto& entry : rawSkeletons) entry.second->pushToGPU();
+        fusedSkeletons->pushToGPU(*unitShapes);
+        for (auto& entry : rawSkeletons) entry.second->pushToGPU(*unitShapes);
         for (auto& map : maps) map->pushToGPU();
     }
     camera_.update();
@@ -192,11 +200,12 @@ void GlViewer::paintGL() {
         basicProgram->setUniformValue("u_mvpMatrix", vp * toQt(entry.second.pose));
         entry.second.model->draw();
     }
-    basicProgram->setUniformValue("u_mvpMatrix", vp);
+    instanceProgram->bind();
+    instanceProgram->setUniformValue("u_mvpMatrix", vp);
     if (showRaw)
         for (auto& entry : rawSkeletons) entry.second->draw();
     fusedSkeletons->draw();
-    basicProgram->release();
+    instanceProgram->release();
     glDisable(GL_DEPTH_TEST);
     printText();
 }
