@@ -173,14 +173,17 @@ void GlViewer::paintGL() {
 
     std::lock_guard<std::mutex> lock(dataMutex);
     const bool showRaw = SharedData::getInstance().showRawData.load();
-    if (isVisible()) {
-        for (auto& entry : cameras) entry.second.model->pushToGPU();
-        fusedSkeletons->pushToGPU(*unitShapes);
-        for (auto& entry : rawSkeletons) entry.second->pushToGPU(*unitShapes);
-        for (auto& map : maps) map->pushToGPU();
-    }
     camera_.update();
     const QMatrix4x4 vp = toQt(camera_.getViewProjectionMatrix());
+    if (isVisible()) {
+        const SkeletonInstances::Viewpoint viewpoint{
+            lum::Transform::inverse(camera_.getViewMatrix()).getTranslation(),
+            0.5f * float(height()) / float(std::tan(camera_.getVerticalFOV() * M_PI / 360.0))};
+        for (auto& entry : cameras) entry.second.model->pushToGPU();
+        fusedSkeletons->pushToGPU(*unitShapes, viewpoint);
+        for (auto& entry : rawSkeletons) entry.second->pushToGPU(*unitShapes, viewpoint);
+        for (auto& map : maps) map->pushToGPU();
+    }
 
     if (skyBox) skyBox->draw(vp);
     glEnable(GL_DEPTH_TEST);

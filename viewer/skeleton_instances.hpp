@@ -35,11 +35,11 @@ public:
 
     // Needs the viewer's context current.
     void setup();
-    const Mesh& cylinder() const { return meshes[0]; }
-    const Mesh& sphere() const { return meshes[1]; }
+    // Shape 0: cylinder, 1: sphere; level 0: fine, 1: coarse.
+    const Mesh& mesh(int shape, int level) const { return meshes[2 * shape + level]; }
 
 private:
-    Mesh meshes[2];
+    Mesh meshes[4];
     QOpenGLContext* owner = nullptr;
 };
 
@@ -57,14 +57,21 @@ public:
     // Starts a new set; what is still drawn is kept until the next upload.
     void clear();
 
-    // Needs the viewer's context current. Uploads only the instances that differ from the
-    // last upload; returns the number of bytes sent.
-    size_t pushToGPU(const UnitShapeBuffers& shapes);
+    // Where the view is seen from: the eye and the pixels one metre spans one metre away.
+    struct Viewpoint {
+        lum::Vector3f eye;
+        float focalPixels;
+    };
+
+    // Needs the viewer's context current. Gives each bone and joint the coarse shape when
+    // it is only a few pixels wide from the viewpoint, then uploads only the instances
+    // that differ from the last upload; returns the number of bytes sent.
+    size_t pushToGPU(const UnitShapeBuffers& shapes, const Viewpoint& view);
     // The instanced program bound by the caller.
     void draw();
 
-    const std::vector<ShapeInstance>& bones() const { return batches[0].pending; }
-    const std::vector<ShapeInstance>& joints() const { return batches[1].pending; }
+    const std::vector<ShapeInstance>& bones() const { return added[0]; }
+    const std::vector<ShapeInstance>& joints() const { return added[1]; }
 
 private:
     struct Batch {
@@ -79,6 +86,7 @@ private:
     void setupBatch(Batch& batch, const UnitShapeBuffers::Mesh& mesh);
     size_t upload(Batch& batch);
 
-    Batch batches[2];  // bones, joints
+    std::vector<ShapeInstance> added[2];  // bones, joints
+    Batch batches[4];                     // bones fine, coarse; joints fine, coarse
     QOpenGLContext* owner = nullptr;
 };

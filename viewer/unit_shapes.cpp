@@ -6,49 +6,40 @@
 namespace {
 
 constexpr double kTwoPi = 2.0 * M_PI;
-constexpr uint32_t kSides = 16;
-constexpr uint32_t kBands = 8;
-constexpr uint32_t kSegments = 8;
 
 // Two triangles (p1, p2, p4) and (p2, p3, p4), the split the per-vertex builders use.
 void addQuad(std::vector<uint32_t>& indices, uint32_t p1, uint32_t p2, uint32_t p3, uint32_t p4) {
     indices.insert(indices.end(), {p1, p2, p4, p2, p3, p4});
 }
 
-UnitMesh buildCylinder() {
+UnitMesh buildCylinder(uint32_t sides) {
     UnitMesh mesh;
-    for (uint32_t i = 0; i < kSides; ++i) {
-        float c = 1.f, s = 0.f;
-        if (i == 1) {
-            c = 0.9238795283293805f;
-            s = 0.38268344246110436f;
-        } else if (i > 1) {
-            c = float(std::cos(i * 0.0625 * kTwoPi));
-            s = float(std::sin(i * 0.0625 * kTwoPi));
-        }
+    for (uint32_t i = 0; i < sides; ++i) {
+        const double angle = kTwoPi * i / sides;
+        const float c = float(std::cos(angle)), s = float(std::sin(angle));
         mesh.vertices.insert(mesh.vertices.end(), {c, 0.f, s, c, 1.f, s});
     }
-    for (uint32_t i = 0; i < kSides; ++i) {
-        const uint32_t j = (i + 1) % kSides;
+    for (uint32_t i = 0; i < sides; ++i) {
+        const uint32_t j = (i + 1) % sides;
         addQuad(mesh.indices, 2 * i, 2 * j, 2 * j + 1, 2 * i + 1);
     }
     return mesh;
 }
 
-UnitMesh buildSphere() {
+UnitMesh buildSphere(uint32_t bands, uint32_t segments) {
     UnitMesh mesh;
-    for (uint32_t i = 0; i <= kBands; ++i) {
-        const double lat = M_PI * (-0.5 + double(i) / kBands);
+    for (uint32_t i = 0; i <= bands; ++i) {
+        const double lat = M_PI * (-0.5 + double(i) / bands);
         const float z = float(std::sin(lat)), r = float(std::cos(lat));
-        for (uint32_t j = 0; j < kSegments; ++j) {
-            const double lng = kTwoPi * (double(j) - 1.0) / kSegments;
+        for (uint32_t j = 0; j < segments; ++j) {
+            const double lng = kTwoPi * (double(j) - 1.0) / segments;
             mesh.vertices.insert(mesh.vertices.end(), {r * float(std::cos(lng)), r * float(std::sin(lng)), z});
         }
     }
-    for (uint32_t i = 0; i < kBands; ++i)
-        for (uint32_t j = 0; j < kSegments; ++j) {
-            const uint32_t a = i * kSegments + j, b = i * kSegments + (j + 1) % kSegments;
-            addQuad(mesh.indices, a, a + kSegments, b + kSegments, b);
+    for (uint32_t i = 0; i < bands; ++i)
+        for (uint32_t j = 0; j < segments; ++j) {
+            const uint32_t a = i * segments + j, b = i * segments + (j + 1) % segments;
+            addQuad(mesh.indices, a, a + segments, b + segments, b);
         }
     return mesh;
 }
@@ -56,12 +47,22 @@ UnitMesh buildSphere() {
 }  // namespace
 
 const UnitMesh& unitCylinder() {
-    static const UnitMesh mesh = buildCylinder();
+    static const UnitMesh mesh = buildCylinder(16);
+    return mesh;
+}
+
+const UnitMesh& coarseCylinder() {
+    static const UnitMesh mesh = buildCylinder(6);
     return mesh;
 }
 
 const UnitMesh& unitSphere() {
-    static const UnitMesh mesh = buildSphere();
+    static const UnitMesh mesh = buildSphere(8, 8);
+    return mesh;
+}
+
+const UnitMesh& coarseSphere() {
+    static const UnitMesh mesh = buildSphere(4, 6);
     return mesh;
 }
 

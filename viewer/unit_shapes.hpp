@@ -13,10 +13,13 @@ struct UnitMesh {
     std::vector<uint32_t> indices;
 };
 
-// Radius 1 around +Y from y = 0 to y = 1, 16 sides, open ends.
+// Radius 1 around +Y from y = 0 to y = 1, 16 sides, open ends; the coarse one, for bones a
+// few pixels wide, has 6 sides.
 const UnitMesh& unitCylinder();
-// Radius 1, 8 bands from pole to pole on Z, 8 segments.
+const UnitMesh& coarseCylinder();
+// Radius 1, 8 bands from pole to pole on Z, 8 segments; the coarse one 4 bands, 6 segments.
 const UnitMesh& unitSphere();
+const UnitMesh& coarseSphere();
 
 // Row-major 3 x 4 affine map: world = m * (local, 1).
 struct ShapeTransform {

@@ -81,17 +81,20 @@ float meshArea(const UnitMesh& mesh) {
 }
 
 TEST(UnitShapes, MeshesCoverTheirSurfaceOnce) {
-    for (const UnitMesh* mesh : {&unitCylinder(), &unitSphere()})
+    for (const UnitMesh* mesh : {&unitCylinder(), &coarseCylinder(), &unitSphere(), &coarseSphere()})
         for (uint32_t index : mesh->indices) ASSERT_LT(index, mesh->vertices.size() / 3);
-    // The 16-sided tube of height 1: perimeter of the polygon inscribed in the unit circle.
+    // A tube of height 1: the perimeter of the polygon inscribed in the unit circle.
     EXPECT_NEAR(meshArea(unitCylinder()), 32.f * std::sin(float(M_PI) / 16.f), 1e-4f);
-    // 8 x 8 facets inscribed in the unit sphere: a little under its 4 pi.
-    const float sphere = meshArea(unitSphere());
-    EXPECT_GT(sphere, 0.9f * 4.f * float(M_PI));
-    EXPECT_LT(sphere, 4.f * float(M_PI));
-    for (size_t i = 0; i < unitSphere().vertices.size(); i += 3)
-        EXPECT_NEAR(std::hypot(unitSphere().vertices[i], unitSphere().vertices[i + 1], unitSphere().vertices[i + 2]),
-                    1.f, 1e-6f);
+    EXPECT_NEAR(meshArea(coarseCylinder()), 12.f * std::sin(float(M_PI) / 6.f), 1e-4f);
+    // Facets inscribed in the unit sphere: a little under its 4 pi, less for the coarse one.
+    const float fine = meshArea(unitSphere()), coarse = meshArea(coarseSphere());
+    EXPECT_GT(fine, 0.9f * 4.f * float(M_PI));
+    EXPECT_LT(fine, 4.f * float(M_PI));
+    EXPECT_GT(coarse, 0.7f * 4.f * float(M_PI));
+    EXPECT_LT(coarse, fine);
+    for (const UnitMesh* mesh : {&unitSphere(), &coarseSphere()})
+        for (size_t i = 0; i < mesh->vertices.size(); i += 3)
+            EXPECT_NEAR(std::hypot(mesh->vertices[i], mesh->vertices[i + 1], mesh->vertices[i + 2]), 1.f, 1e-6f);
     // A joint is the unit sphere scaled and moved, not turned.
     const lum::Vector3f p = sphereTransform({1, 2, 3}, 0.5f).apply({0.f, 0.f, -1.f});
     EXPECT_NEAR((p - lum::Vector3f(1.f, 2.f, 2.5f)).norm(), 0.f, 1e-6f);

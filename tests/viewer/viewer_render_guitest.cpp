@@ -169,15 +169,17 @@ private slots:
                 addSkeletonPrimitive(standingBody(2, secondX, 0.f), set, red, true);
             };
             const size_t perBody = (lum::BODY_18_BONES.size() + 18) * sizeof(ShapeInstance);
+            // Far enough that every shape stays coarse: only the data decides what is sent.
+            const SkeletonInstances::Viewpoint far{{0.f, 1.f, 50.f}, 500.f};
             fill(1.f);
-            QCOMPARE(set.pushToGPU(shapes), 2 * perBody);
+            QCOMPARE(set.pushToGPU(shapes, far), 2 * perBody);
             fill(1.f);
-            QCOMPARE(set.pushToGPU(shapes), size_t(0));  // nobody moved
+            QCOMPARE(set.pushToGPU(shapes, far), size_t(0));  // nobody moved
             fill(1.2f);
-            QCOMPARE(set.pushToGPU(shapes), perBody);  // only the second body's bones and joints
+            QCOMPARE(set.pushToGPU(shapes, far), perBody);  // only the second body's bones and joints
             set.clear();
             addSkeletonPrimitive(standingBody(1, 0.f, 0.f), set, red, true);
-            QCOMPARE(set.pushToGPU(shapes), size_t(0));  // the second left: drawn count shrinks only
+            QCOMPARE(set.pushToGPU(shapes, far), size_t(0));  // the second left: drawn count shrinks only
         }
         viewer->doneCurrent();
     }
