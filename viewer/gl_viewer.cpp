@@ -8,6 +8,8 @@
 #include <QPainter>
 #include <QSurfaceFormat>
 
+#include <malloc.h>
+
 #include <cmath>
 #include <iostream>
 
@@ -26,9 +28,24 @@ QMatrix4x4 toQt(const lum::Matrix4f& m) {
     return QMatrix4x4(m.ptr());  // both row-major
 }
 
+// A software renderer allocates and frees several megabytes of binned geometry per frame,
+// and a frame read back is another few. Above glibc's default threshold each of those is a
+// fresh mapping whose pages fault in again on every frame: with 100 000 points that was
+// two thirds of the frame. Keeping such blocks in the heap costs at most the trim
+// threshold in memory not handed back.
+void keepFrameBlocksInHeap() {
+    static const bool once = [] {
+        mallopt(M_MMAP_THRESHOLD, 32 << 20);
+        mallopt(M_TRIM_THRESHOLD, 128 << 20);
+        return true;
+    }();
+    (void)once;
+}
+
 }  // namespace
 
 GlViewer::GlViewer(QWidget* parent) : QOpenGLWidget(parent), background(0.12f, 0.13f, 0.16f) {
+    keepFrameBlocksInHeap();
     QSurfaceFormat format;
     format.setVersion(3, 3);
     format.setProfile(QSurfaceFormat::CoreProfile);
@@ -101,11 +118,15 @@ void GlViewer::initializeGL() {
     pointCloudProgram = std::make_unique<QOpenGLShaderProgram>();
     initShader(*pointCloudProgram, shaderSource(":/shaders/pointcloud.vert").constData(),
                basicFragment.constData());
+    instanceProgram = std::make_unique<QOpenGLShaderProgram>();
+    initShader(*instanceProgram, shaderSource(":/shaders/instanced.vert").constData(), basicFragment.constData());
+    unitShapes = std::make_unique<UnitShapeBuffers>();
+    unitShapes->setup();
 
     buildRings();
     for (auto& map : maps)
         if (!map) map = std::make_unique<SubMapObj>();
-    if (!fusedSkeletons) fusedSkeletons = std::make_unique<Simple3DObject>();
+    if (!fusedSkeletons) fusedSkeletons = std::make_unique<SkeletonInstances>();
     if (skyBox) skyBox->initializeGL();
     bodyColors.init();
     cameraColors.init();
@@ -139,11 +160,13 @@ void GlViewer::releaseGL() {
     cameras.clear();
     fusedSkeletons.reset();
     rawSkeletons.clear();
+    unitShapes.reset();
     for (auto& map : maps) map.reset();
     skyBox.reset();
     basicProgram.reset();
     skeletonProgram.reset();
     pointCloudProgram.reset();
+    instanceProgram.reset();
 }
 
 void GlViewer::resizeGL(int width, int height) {
@@ -161,18 +184,23 @@ void GlViewer::paintGL() {
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glClearColor(background.x, background.y, background.z, 1.f);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    if (!basicProgram || !pointCloudProgram || !fusedSkeletons || !maps[0] || !maps[1]) return;
+    if (!basicProgram || !pointCloudProgram || !instanceProgram || !unitShapes || !fusedSkeletons || !maps[0] ||
+        !maps[1])
+        return;
 
     std::lock_guard<std::mutex> lock(dataMutex);
     const bool showRaw = SharedData::getInstance().showRawData.load();
-    if (isVisible()) {
-        for (auto& entry : cameras) entry.second.model->pushToGPU();
-        fusedSkeletons->pushToGPU();
-        for (auto& entry : rawSkeletons) entry.second->pushToGPU();
-        for (auto& map : maps) map->pushToGPU();
-    }
     camera_.update();
     const QMatrix4x4 vp = toQt(camera_.getViewProjectionMatrix());
+    if (isVisible()) {
+        const SkeletonInstances::Viewpoint viewpoint{
+            lum::Transform::inverse(camera_.getViewMatrix()).getTranslation(),
+            0.5f * float(height()) / float(std::tan(camera_.getVerticalFOV() * M_PI / 360.0))};
+        for (auto& entry : cameras) entry.second.model->pushToGPU();
+        fusedSkeletons->pushToGPU(*unitShapes, viewpoint);
+        for (auto& entry : rawSkeletons) entry.second->pushToGPU(*unitShapes, viewpoint);
+        for (auto& map : maps) map->pushToGPU();
+    }
 
     if (skyBox) skyBox->draw(vp);
     glEnable(GL_DEPTH_TEST);
@@ -192,11 +220,12 @@ void GlViewer::paintGL() {
         basicProgram->setUniformValue("u_mvpMatrix", vp * toQt(entry.second.pose));
         entry.second.model->draw();
     }
-    basicProgram->setUniformValue("u_mvpMatrix", vp);
+    instanceProgram->bind();
+    instanceProgram->setUniformValue("u_mvpMatrix", vp);
     if (showRaw)
         for (auto& entry : rawSkeletons) entry.second->draw();
     fusedSkeletons->draw();
-    basicProgram->release();
+    instanceProgram->release();
     glDisable(GL_DEPTH_TEST);
     printText();
 }

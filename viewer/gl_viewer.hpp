@@ -20,6 +20,7 @@
 #include "viewer/camera_gl.hpp"
 #include "viewer/palette_generator.hpp"
 #include "viewer/simple3d_object.hpp"
+#include "viewer/skeleton_instances.hpp"
 #include "viewer/sky_box.hpp"
 #include "viewer/sub_map_obj.hpp"
 
@@ -110,12 +111,15 @@ private:
     std::unique_ptr<QOpenGLShaderProgram> basicProgram;
     std::unique_ptr<QOpenGLShaderProgram> skeletonProgram;
     std::unique_ptr<QOpenGLShaderProgram> pointCloudProgram;
+    std::unique_ptr<QOpenGLShaderProgram> instanceProgram;
     float pointSize = 2.f;
 
     std::vector<std::unique_ptr<Simple3DObject>> rings;
     std::unordered_map<int, CameraData> cameras;
-    std::unique_ptr<Simple3DObject> fusedSkeletons;
-    std::map<int, std::unique_ptr<Simple3DObject>> rawSkeletons;
+    // Declared before the skeleton sets, whose vertex arrays read its buffers.
+    std::unique_ptr<UnitShapeBuffers> unitShapes;
+    std::unique_ptr<SkeletonInstances> fusedSkeletons;
+    std::map<int, std::unique_ptr<SkeletonInstances>> rawSkeletons;
     std::array<std::unique_ptr<SubMapObj>, 2> maps;
     std::unique_ptr<SkyBox> skyBox;
     PaletteGenerator bodyColors;

@@ -2,6 +2,8 @@
 // metrics lines, and the reset that empties the shared store.
 #include "viewer/gl_viewer.hpp"
 
+#include "viewer/skeleton_primitives.hpp"
+
 namespace {
 
 bool isIdentity(const lum::Matrix4f& m) {
@@ -75,20 +77,19 @@ void GlViewer::updateData() {
 void GlViewer::updateSkeletons(SkeletonData& data) {
     // The shared list always holds the complete current set, so the object is rebuilt on
     // every refresh; this also drops the old skeletons when a calibration starts.
-    if (!fusedSkeletons) fusedSkeletons = std::make_unique<Simple3DObject>();
+    if (!fusedSkeletons) fusedSkeletons = std::make_unique<SkeletonInstances>();
     fusedSkeletons->clear();
     for (const lum::BodyData& body : data.fusedBodies.body_list)
-        addSKeleton(body, *fusedSkeletons, bodyColors.get(body.id), false);
+        addSkeletonPrimitive(body, *fusedSkeletons, bodyColors.get(body.id), false);
 
     if (!data.showRawData) return;
     for (const auto& entry : data.cameraBodies) {
         const int cameraNumber = int(entry.first.sn);
         const lum::Vector4f colour = cameraColors.get(cameraNumber);
         auto& object = rawSkeletons[cameraNumber];
-        if (!object) object = std::make_unique<Simple3DObject>();
+        if (!object) object = std::make_unique<SkeletonInstances>();
         object->clear();
-        object->setDrawingType(GL_TRIANGLES);
-        for (const lum::BodyData& body : entry.second.body_list) addSKeleton(body, *object, colour, true);
+        for (const lum::BodyData& body : entry.second.body_list) addSkeletonPrimitive(body, *object, colour, true);
     }
 }
 

@@ -6,14 +6,11 @@
 
 #include <cmath>
 
+#include "viewer/unit_shapes.hpp"
+
 namespace {
 
 constexpr double kTwoPi = 2.0 * M_PI;
-
-lum::Vector3f rotate(const float r[3][3], const lum::Vector3f& v) {
-    return {r[0][0] * v.x + r[0][1] * v.y + r[0][2] * v.z, r[1][0] * v.x + r[1][1] * v.y + r[1][2] * v.z,
-            r[2][0] * v.x + r[2][1] * v.y + r[2][2] * v.z};
-}
 
 }  // namespace
 
@@ -72,42 +69,14 @@ void Simple3DObject::addQuad(const lum::Vector3f& p1, const lum::Vector3f& p2, c
 
 void Simple3DObject::addCylinder(const lum::Vector3f& start, const lum::Vector3f& end,
                                  const lum::Vector4f& colour, float radius) {
-    lum::Vector3f d = end - start;
-    const float length = d.norm();
-    if (length != 0.f) d = d / length;
-
-    // Rodrigues: the rotation that turns the local +Y axis onto the bone. A bone along
-    // +/-Y keeps the identity, so a downward bone is drawn upward from its start.
-    float r[3][3] = {{1.f, 0.f, 0.f}, {0.f, 1.f, 0.f}, {0.f, 0.f, 1.f}};
-    const lum::Vector3f v(-d.z, 0.f, d.x);  // d x Y
-    if (v.norm() >= 1e-05f) {
-        const float c = d.y;
-        // v is d x Y, the reverse of the axis Y x d, so K is the transposed cross-product
-        // matrix of v; the other sign would mirror every bone about the vertical.
-        const float k[3][3] = {{0.f, v.z, -v.y}, {-v.z, 0.f, v.x}, {v.y, -v.x, 0.f}};
-        const float s = (1.f - c) / (1.f - c * c);
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j) {
-                float k2 = 0.f;
-                for (int m = 0; m < 3; ++m) k2 += k[i][m] * k[m][j];
-                r[i][j] += k[i][j] + k2 * s;
-            }
-    }
-
-    float cos0 = 1.f, sin0 = 0.f;
-    float cos1 = 0.9238795283293805f, sin1 = 0.38268344246110436f;
-    for (int i = 1; i <= 16; ++i) {
-        if (i > 1) {
-            cos0 = cos1;
-            sin0 = sin1;
-            const double a1 = i * 0.0625 * kTwoPi;
-            cos1 = static_cast<float>(std::cos(a1));
-            sin1 = static_cast<float>(std::sin(a1));
-        }
-        const lum::Vector3f b0 = start + rotate(r, {radius * cos0, 0.f, radius * sin0});
-        const lum::Vector3f b1 = start + rotate(r, {radius * cos1, 0.f, radius * sin1});
-        const lum::Vector3f t1 = start + rotate(r, {radius * cos1, length, radius * sin1});
-        const lum::Vector3f t0 = start + rotate(r, {radius * cos0, length, radius * sin0});
+    // The same rim the instanced bones are drawn from, so both kinds of bone look alike.
+    const ShapeTransform t = cylinderTransform(start, end, radius);
+    const std::vector<float>& rim = unitCylinder().vertices;  // bottom, top per side
+    const size_t sides = rim.size() / 6;
+    auto at = [&](size_t k) { return t.apply({rim[3 * k], rim[3 * k + 1], rim[3 * k + 2]}); };
+    for (size_t i = 0; i < sides; ++i) {
+        const size_t j = (i + 1) % sides;
+        const lum::Vector3f b0 = at(2 * i), t0 = at(2 * i + 1), b1 = at(2 * j), t1 = at(2 * j + 1);
         const lum::Vector3f n = lum::Vector3f::cross(b1 - b0, t1 - b0).normalised();
         addQuad(b0, b1, t1, t0, n, n, n, n, colour);
     }

@@ -1,5 +1,5 @@
 // Turns a tracked body into bone cylinders and, optionally, joint spheres, for the three
-// keypoint layouts of the camera API.
+// keypoint layouts of the camera API, on a vertex list or an instance set alike.
 #pragma once
 
 #include <utility>
@@ -13,9 +13,9 @@ inline bool isKeypointFinite(const lum::Vector3f& p) {
     return p.norm() <= 3.4028235e38f;
 }
 
-template <typename PARTS>
+template <typename PARTS, typename Target>
 void createSKPrimitive(const lum::BodyData& body, const std::vector<std::pair<PARTS, PARTS>>& bones,
-                       Simple3DObject& target, const lum::Vector4f& colour, bool withJoints) {
+                       Target& target, const lum::Vector4f& colour, bool withJoints) {
     const float boneRadius = withJoints ? 0.01f : 0.025f;
     const size_t count = body.keypoint.size();
     for (const auto& bone : bones) {
@@ -33,5 +33,13 @@ void createSKPrimitive(const lum::BodyData& body, const std::vector<std::pair<PA
 }
 
 // Picks the layout by the number of keypoints (18, 34, 38); any other count adds nothing.
-void addSkeletonPrimitive(const lum::BodyData& body, Simple3DObject& target, const lum::Vector4f& colour,
-                          bool withJoints);
+template <typename Target>
+void addSkeletonPrimitive(const lum::BodyData& body, Target& target, const lum::Vector4f& colour,
+                          bool withJoints) {
+    switch (body.keypoint.size()) {
+        case 18: createSKPrimitive(body, lum::BODY_18_BONES, target, colour, withJoints); break;
+        case 34: createSKPrimitive(body, lum::BODY_34_BONES, target, colour, withJoints); break;
+        case 38: createSKPrimitive(body, lum::BODY_38_BONES, target, colour, withJoints); break;
+        default: break;
+    }
+}

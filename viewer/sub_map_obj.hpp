@@ -1,5 +1,5 @@
-// A fused point cloud of the room (points with packed colours), uploaded whole on each
-// update and drawn as points with the point-cloud program.
+// A fused point cloud of the room (points with packed colours) in one GL buffer that a
+// new cloud overwrites in place, drawn as points in one call with the point-cloud program.
 #pragma once
 
 #include <QOpenGLFunctions>
@@ -26,12 +26,13 @@ public:
     void draw();
 
     uint32_t uploadedPoints() const { return current_fc; }
-    size_t pendingPoints() const { return indices.size(); }
+    size_t pendingPoints() const { return vertices.size(); }
 
 private:
     std::vector<lum::float4> vertices;
-    std::vector<uint32_t> indices;
-    unsigned int vboID[2] = {0, 0};
+    unsigned int vboID = 0;
+    // Points the buffer can hold: a cloud no larger than the last is written in place.
+    size_t capacity = 0;
     std::unique_ptr<QOpenGLVertexArrayObject> vao;
     uint32_t current_fc = 0;
     // Set by update: the map is uploaded once per new cloud, not once per frame.

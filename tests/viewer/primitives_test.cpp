@@ -6,7 +6,9 @@
 #include <limits>
 
 #include "viewer/simple3d_object.hpp"
+#include "viewer/skeleton_instances.hpp"
 #include "viewer/skeleton_primitives.hpp"
+#include "viewer/unit_shapes.hpp"
 
 namespace {
 
@@ -65,6 +67,39 @@ TEST(Simple3DObject, SphereHasNineBandsOnTheRadius) {
     for (size_t i = 0; i < 432; ++i) EXPECT_NEAR((vertexAt(o, i) - lum::Vector3f(1, 2, 3)).norm(), 0.5f, 1e-5f);
 }
 
+// Twice the area of every triangle of a mesh, summed: a missing, doubled or misindexed
+// triangle shows up as a wrong surface.
+float meshArea(const UnitMesh& mesh) {
+    const auto& v = mesh.vertices;
+    auto at = [&](uint32_t i) { return lum::Vector3f(v[3 * i], v[3 * i + 1], v[3 * i + 2]); };
+    float area = 0.f;
+    for (size_t t = 0; t < mesh.indices.size(); t += 3) {
+        const lum::Vector3f a = at(mesh.indices[t]), b = at(mesh.indices[t + 1]), c = at(mesh.indices[t + 2]);
+        area += 0.5f * lum::Vector3f::cross(b - a, c - a).norm();
+    }
+    return area;
+}
+
+TEST(UnitShapes, MeshesCoverTheirSurfaceOnce) {
+    for (const UnitMesh* mesh : {&unitCylinder(), &coarseCylinder(), &unitSphere(), &coarseSphere()})
+        for (uint32_t index : mesh->indices) ASSERT_LT(index, mesh->vertices.size() / 3);
+    // A tube of height 1: the perimeter of the polygon inscribed in the unit circle.
+    EXPECT_NEAR(meshArea(unitCylinder()), 32.f * std::sin(float(M_PI) / 16.f), 1e-4f);
+    EXPECT_NEAR(meshArea(coarseCylinder()), 12.f * std::sin(float(M_PI) / 6.f), 1e-4f);
+    // Facets inscribed in the unit sphere: a little under its 4 pi, less for the coarse one.
+    const float fine = meshArea(unitSphere()), coarse = meshArea(coarseSphere());
+    EXPECT_GT(fine, 0.9f * 4.f * float(M_PI));
+    EXPECT_LT(fine, 4.f * float(M_PI));
+    EXPECT_GT(coarse, 0.7f * 4.f * float(M_PI));
+    EXPECT_LT(coarse, fine);
+    for (const UnitMesh* mesh : {&unitSphere(), &coarseSphere()})
+        for (size_t i = 0; i < mesh->vertices.size(); i += 3)
+            EXPECT_NEAR(std::hypot(mesh->vertices[i], mesh->vertices[i + 1], mesh->vertices[i + 2]), 1.f, 1e-6f);
+    // A joint is the unit sphere scaled and moved, not turned.
+    const lum::Vector3f p = sphereTransform({1, 2, 3}, 0.5f).apply({0.f, 0.f, -1.f});
+    EXPECT_NEAR((p - lum::Vector3f(1.f, 2.f, 2.5f)).norm(), 0.f, 1e-6f);
+}
+
 TEST(SkeletonPrimitives, SkipsUnknownLayoutsAndNonFiniteKeypoints) {
     lum::BodyData body;
     body.keypoint.assign(18, lum::Vector3f(0.f, 1.f, 0.f));
@@ -85,6 +120,12 @@ TEST(SkeletonPrimitives, SkipsUnknownLayoutsAndNonFiniteKeypoints) {
     Simple3DObject partial;
     addSkeletonPrimitive(body, partial, kRed, true);
     EXPECT_EQ(partial.getIndices().size(), (bones - 4) * 96 + 16 * 432);
+
+    // The instanced set keeps the same bones and joints, one instance each.
+    SkeletonInstances instances;
+    addSkeletonPrimitive(body, instances, kRed, true);
+    EXPECT_EQ(instances.bones().size(), bones - 4);
+    EXPECT_EQ(instances.joints().size(), 16u);
 
     body.keypoint.resize(17);
     Simple3DObject none;

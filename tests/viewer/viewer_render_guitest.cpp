@@ -17,6 +17,7 @@
 
 #include "viewer/gl_viewer.hpp"
 #include "viewer/point_cloud.hpp"
+#include "viewer/skeleton_primitives.hpp"
 
 namespace {
 
@@ -139,6 +140,48 @@ private slots:
             shared.mappingCloud.clear();
         }
         QCOMPARE(render("cloud_kept").pixel(centre), qRgb(255, 128, 0));
+
+        // A smaller cloud lands in the same buffer: the points beyond it must not linger.
+        const uint32_t blue = 0x000000FFu;
+        std::memcpy(&packed, &blue, sizeof(packed));
+        {
+            std::lock_guard<std::mutex> lock(shared.mappingCloudMutex);
+            for (int i = 0; i < 10; ++i)
+                for (int j = 0; j < 10; ++j)
+                    shared.mappingCloud.vertices.emplace_back(0.5f + 0.01f * i, 0.5f + 0.01f * j, 0.f, packed);
+        }
+        const QImage smaller = render("cloud_smaller");
+        QCOMPARE(smaller.pixel(pixelOf(*viewer, {0.545f, 0.545f, 0.f})), qRgb(0, 0, 255));
+        QVERIFY(colourDistance(smaller.pixel(centre), {viewer->backgroundColor().x, viewer->backgroundColor().y,
+                                                       viewer->backgroundColor().z, 1.f}) <= 3);
+    }
+
+    void skeletonInstancesUploadOnlyWhatChanged() {
+        viewer->makeCurrent();
+        {
+            UnitShapeBuffers shapes;
+            shapes.setup();
+            SkeletonInstances set;
+            const lum::Vector4f red(1.f, 0.f, 0.f, 1.f);
+            auto fill = [&](float secondX) {
+                set.clear();
+                addSkeletonPrimitive(standingBody(1, 0.f, 0.f), set, red, true);
+                addSkeletonPrimitive(standingBody(2, secondX, 0.f), set, red, true);
+            };
+            const size_t perBody = (lum::BODY_18_BONES.size() + 18) * sizeof(ShapeInstance);
+            // Far enough that every shape stays coarse: only the data decides what is sent.
+            const SkeletonInstances::Viewpoint far{{0.f, 1.f, 50.f}, 500.f};
+            fill(1.f);
+            QCOMPARE(set.pushToGPU(shapes, far), 2 * perBody);
+            fill(1.f);
+            QCOMPARE(set.pushToGPU(shapes, far), size_t(0));  // nobody moved
+            fill(1.2f);
+            QCOMPARE(set.pushToGPU(shapes, far), perBody);  // only the second body's bones and joints
+            set.clear();
+            addSkeletonPrimitive(standingBody(1, 0.f, 0.f), set, red, true);
+            QCOMPARE(set.pushToGPU(shapes, far), size_t(0));  // the second left: drawn count shrinks only
+        }
+        viewer->doneCurrent();
     }
 
     void cameraPointCloudDrawsWhatWasIngested() {
