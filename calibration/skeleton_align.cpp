@@ -54,7 +54,7 @@ SkeletonMulticameraCalibration::SkeletonMulticameraCalibration(const SkeletonMul
       poses(other.poses), bodyFormat(other.bodyFormat), lastTimestamp(other.lastTimestamp),
       isCollecting(other.isCollecting), framesAtLastCalibration(other.framesAtLastCalibration),
       weightByCovariance(std::make_shared<bool>(*other.weightByCovariance)), solver(other.solver),
-      lastSolve(other.lastSolve) {}
+      lastSolve(other.lastSolve), droppedKeypoints(other.droppedKeypoints) {}
 
 SkeletonMulticameraCalibration& SkeletonMulticameraCalibration::operator=(const SkeletonMulticameraCalibration& other) {
     if (this == &other) return *this;
@@ -69,12 +69,14 @@ SkeletonMulticameraCalibration& SkeletonMulticameraCalibration::operator=(const 
     weightByCovariance = std::make_shared<bool>(*other.weightByCovariance);
     solver = other.solver;
     lastSolve = other.lastSolve;
+    droppedKeypoints = other.droppedKeypoints;
     return *this;
 }
 
 void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies) {
     for (const auto& [camera, body] : bodies) {
-        frames[ts][camera] = body;
+        lum::BodyData& stored = frames[ts][camera] = body;
+        calib::dropUnusableKeypoints(stored, droppedKeypoints);
         cameraSeen[camera] = true;
     }
     lastTimestamp = ts;
@@ -142,10 +144,14 @@ bool SkeletonMulticameraCalibration::calibrate() {
         manifoldUsed = true;
     }
     if (!manifoldUsed) delete manifold;
-    PoseStruct& reference = poses.begin()->second;
-    if (problem.HasParameterBlock(reference.q)) {
+    // The smallest camera that shares keypoints holds the world; one whose every keypoint
+    // was refused has no say in it.
+    for (auto& [camera, reference] : poses) {
+        if (!problem.HasParameterBlock(reference.q)) continue;
         problem.SetParameterBlockConstant(reference.q);
         problem.SetParameterBlockConstant(reference.t);
+        record->reference = camera;
+        break;
     }
 
     ceres::Solver::Summary summary;
@@ -190,7 +196,9 @@ bool SkeletonMulticameraCalibration::calibrate() {
     }
 
     calibratedPoses.clear();
-    for (const auto& [camera, seen] : cameraSeen) calibratedPoses[camera] = world * toTransform(poses[camera]);
+    // A camera that shared no usable keypoint with another has no pose to report.
+    for (const auto& [camera, seen] : cameraSeen)
+        if (problem.HasParameterBlock(poses[camera].q)) calibratedPoses[camera] = world * toTransform(poses[camera]);
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include <Eigen/Core>
 #include <ceres/ceres.h>
 
+#include "calibration/keypoint_filter.hpp"
 #include "lum/records.hpp"
 
 namespace lum {
@@ -82,6 +83,8 @@ public:
     // What the last solve saw and produced, for makeCalibrationReport(); immutable and
     // shared between copies.
     std::shared_ptr<const calib::SolveRecord> lastSolve;
+    // Keypoints addSkeletonData refused, by reason, since this store was made.
+    calib::KeypointDrops droppedKeypoints;
 
     SkeletonMulticameraCalibration();
     ~SkeletonMulticameraCalibration();
