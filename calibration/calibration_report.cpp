@@ -37,7 +37,7 @@ void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std:
 }
 
 // Covariance of every camera's pose in the tangent space of the final solve, times the
-// residual variance; false when Ceres finds the problem rank deficient.
+// residual variance; false when the problem is not finite or Ceres finds it rank deficient.
 bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
                      std::map<int, Eigen::Matrix3d>& translation) {
     Poses poses = record.after;
@@ -53,7 +53,12 @@ bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matr
     calib::PairEvaluator& evaluator = fast.evaluator();
     evaluator.PrepareForEvaluation(true, true);
     double cost = 0;
-    for (size_t i = 0; i < record.pairs->size(); ++i) cost += 0.5 * evaluator.compressed(i).residual.squaredNorm();
+    for (size_t i = 0; i < record.pairs->size(); ++i) {
+        const calib::CompressedPair& block = evaluator.compressed(i);
+        // The SVD below has no answer for a non-finite matrix; no figure beats a crash.
+        if (!block.finite || !block.residual.allFinite() || !block.jacobian.allFinite()) return false;
+        cost += 0.5 * block.residual.squaredNorm();
+    }
 
     ceres::Covariance::Options options;
     options.algorithm_type = ceres::DENSE_SVD;

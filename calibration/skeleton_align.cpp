@@ -50,7 +50,8 @@ bool hasKeypoint(const lum::BodyData& body, int k) {
 
 void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies) {
     for (const auto& [camera, body] : bodies) {
-        frames[ts][camera] = body;
+        lum::BodyData& stored = frames[ts][camera] = body;
+        calib::dropUnusableKeypoints(stored, droppedKeypoints);
         cameraSeen[camera] = true;
     }
     lastTimestamp = ts;
@@ -76,7 +77,19 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
 
     record->pairs = pairs;
     record->before = poses;
-    record->reference = poses.begin()->first;
+    // The smallest camera that shares keypoints holds the world; one whose every keypoint
+    // was refused has no say in it.
+    int referenceCamera = poses.begin()->first;
+    for (const auto& [camera, pose] : poses) {
+        const bool shares = std::any_of(pairs->begin(), pairs->end(), [&](const calib::CameraPairData& pair) {
+            return !pair.pairs.empty() && (pair.cameraA == camera || pair.cameraB == camera);
+        });
+        if (shares) {
+            referenceCamera = camera;
+            break;
+        }
+    }
+    record->reference = referenceCamera;
     record->robust = robust;
     record->frames = int(frames.size());
     record->residualBlocks = residualBlocks;
@@ -84,7 +97,6 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
 
     ceres::Solver::Options options = getSolverOptions();
-    const int referenceCamera = poses.begin()->first;
     std::unique_ptr<calib::PairProblem> fast;
     std::unique_ptr<ceres::Problem> literal;
     if (solver == Solver::Fast) {
@@ -102,7 +114,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
         ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
         for (const auto& [camera, seen] : cameraSeen)
             if (literal->HasParameterBlock(poses[camera].q)) literal->SetManifold(poses[camera].q, manifold);
-        PoseStruct& reference = poses.begin()->second;
+        PoseStruct& reference = poses[referenceCamera];
         if (literal->HasParameterBlock(reference.q)) {
             literal->SetParameterBlockConstant(reference.q);
             literal->SetParameterBlockConstant(reference.t);
@@ -152,7 +164,9 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     }
 
     calibratedPoses.clear();
-    for (const auto& [camera, seen] : cameraSeen) calibratedPoses[camera] = world * toTransform(poses[camera]);
+    // A camera that shared no usable keypoint with another has no pose to report.
+    for (const auto& [camera, seen] : cameraSeen)
+        if (problem.HasParameterBlock(poses[camera].q)) calibratedPoses[camera] = world * toTransform(poses[camera]);
     return true;
 }
 
@@ -162,7 +176,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
     framesAtLastCalibration = int(frames.size());
 
-    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames, &droppedKeypoints);
+    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames, &keypointsLeftOut);
     auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::toCameraPairs(framePairs));
     size_t joints = 0;
     for (const calib::FramePair& pair : framePairs) joints += pair.joints.size();

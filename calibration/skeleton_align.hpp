@@ -8,6 +8,7 @@
 #include <Eigen/Core>
 #include <ceres/ceres.h>
 
+#include "calibration/keypoint_filter.hpp"
 #include "calibration/refined_solver.hpp"
 #include "lum/records.hpp"
 
@@ -98,11 +99,13 @@ public:
     calib::RefinedOptions refined;
     bool levelFloor = true;  // Refined: level world frame (else the reference camera's own)
     std::map<int, double> biases;  // Refined: metres toward each camera along its rays
-    int droppedKeypoints = 0;      // Refined: joints left out of the last solve (unusable covariance)
+    int keypointsLeftOut = 0;      // Refined: joints left out of the last solve (unusable covariance)
 
     // What the last solve saw and produced, for makeCalibrationReport(); immutable and
     // shared between copies.
     std::shared_ptr<const calib::SolveRecord> lastSolve;
+    // Keypoints addSkeletonData refused, by reason, since this store was made.
+    calib::KeypointDrops droppedKeypoints;
 
     void addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies);
     bool calibrate();

@@ -207,13 +207,21 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
         resetCalibration();
         return {};
     }
+
+    // Only cameras the solve placed are saved: one that never ran or shared no frame would
+    // otherwise be written at its starting pose as if it had been calibrated.
+    std::vector<lum::FusionConfiguration> calibrated;
     for (lum::FusionConfiguration& configuration : configurations) {
         auto found = calibration.calibratedPoses.find(configuration.serial_number);
-        if (found != calibration.calibratedPoses.end()) configuration.pose = found->second;
+        if (found == calibration.calibratedPoses.end()) continue;
+        configuration.pose = found->second;
+        calibrated.push_back(configuration);
     }
+    savedSerials.clear();
+    for (const lum::FusionConfiguration& configuration : calibrated) savedSerials.push_back(configuration.serial_number);
     for (const auto& [serial, transform] : calibration.calibratedPoses)
         fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
-    return configurations;
+    return calibrated;
 }
 
 bool FusionWorker::finishCalib(CALIB) {
@@ -232,6 +240,23 @@ bool FusionWorker::finishCalib(CALIB) {
     if (!written) std::cerr << problem << std::endl;
     emit CalibrationConfigurationReady(calibrated, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
     return written;
+}
+
+std::vector<int> FusionWorker::savedCameras() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    return savedSerials;
+}
+
+std::vector<int> FusionWorker::runningCameras() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    std::vector<int> serials;
+    for (const lum::CameraIdentifier& camera : subscribedCameras) serials.push_back(static_cast<int>(camera.sn));
+    return serials;
+}
+
+calib::KeypointDrops FusionWorker::droppedKeypoints() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    return calibration.droppedKeypoints;
 }
 
 void FusionWorker::resetCalibration() {

@@ -77,6 +77,11 @@ public:
     // Resumes a calibration from a store gathered earlier; the collecting state is kept.
     void setCalibrationStore(SkeletonMulticameraCalibration store);
     int calibrationFrameCount() const { return calibrationFrames; }
+    // Serials the last finishCalib() wrote, the cameras the fusion runs with, and the
+    // keypoints the calibration refused so far: what a caller needs to say what was left out.
+    std::vector<int> savedCameras() const;
+    std::vector<int> runningCameras() const;
+    calib::KeypointDrops droppedKeypoints() const;
     LoopTiming loopTiming() const;
     void resetLoopTiming();
 
@@ -115,7 +120,7 @@ private:
     lum::BodyTrackingFusionRuntimeParameters bodyRuntimeParameters{-1, -1};
     std::vector<lum::CameraIdentifier> subscribedCameras;
     AppParams params;
-    std::mutex workerMutex;
+    mutable std::mutex workerMutex;
     // Side by side so that disableModules() clears them with one write.
     struct ModuleSwitches {
         bool skeletonEnabled = false;
@@ -128,6 +133,7 @@ private:
     std::string configurationPath;
     SkeletonMulticameraCalibration calibration;
     calib::FrameAssembler frameAssembler;
+    std::vector<int> savedSerials;
     std::vector<lum::FusionConfiguration> configurations;
     int64_t lastErrorReport = 0;
 

@@ -25,9 +25,25 @@ bool writeAll(int fd, const std::string& bytes) {
     return true;
 }
 
+// The file a path finally names: a link is written through, so the link survives and its
+// target changes. A dangling or unreadable link is replaced like a plain path.
+std::string finalTarget(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved) return path;
+    std::string target(resolved);
+    std::free(resolved);
+    return target;
+}
+
 }  // namespace
 
-bool replaceFile(const std::string& path, const std::string& bytes, std::string& problem) {
+bool replaceFile(const std::string& requested, const std::string& bytes, std::string& problem) {
+    const std::string path = finalTarget(requested);
+    // A replaced file keeps the permissions its owner gave it; a new one is an ordinary document.
+    struct stat existing {};
+    const mode_t mode = (::stat(path.c_str(), &existing) == 0 && S_ISREG(existing.st_mode))
+                            ? (existing.st_mode & 07777)
+                            : mode_t(0644);
     std::string temporary = path + ".XXXXXX";
     const int fd = ::mkstemp(&temporary[0]);
     if (fd < 0) {
@@ -35,8 +51,7 @@ bool replaceFile(const std::string& path, const std::string& bytes, std::string&
         return false;
     }
     errno = 0;
-    // mkstemp makes the file private; these are ordinary documents.
-    int failure = (writeAll(fd, bytes) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0) ? 0 : (errno ? errno : EIO);
+    int failure = (writeAll(fd, bytes) && ::fchmod(fd, mode) == 0 && ::fsync(fd) == 0) ? 0 : (errno ? errno : EIO);
     if (::close(fd) != 0 && failure == 0) failure = errno;
     if (failure == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) failure = errno;
     if (failure == 0) return true;

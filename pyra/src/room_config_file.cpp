@@ -16,7 +16,20 @@
 namespace lum {
 namespace {
 
-void report(const std::string& message, std::string* error) {
+// Messages quote file names and keys from the document; a control byte in them must not
+// reach the user's terminal as a command.
+void report(const std::string& raw, std::string* error) {
+    std::string message;
+    for (const char c : raw) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7f) {
+            message += c;
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+        message += escaped;
+    }
     if (error) *error = message;
     else std::cerr << message << std::endl;
 }
@@ -89,6 +102,14 @@ bool writeConfigurationFile(const std::string& path, const std::vector<FusionCon
     } catch (const nlohmann::json::exception& e) {
         // Only text that is not UTF-8 (an address, a path) gets here.
         report(fullPath + ": cannot be written: " + e.what(), error);
+        return false;
+    }
+    // What is written here must open again: the reader refuses anything larger.
+    if (text.size() > room::kMaxDocumentBytes) {
+        report(fullPath + ": " + std::to_string(configurations.size()) + " cameras make " +
+                   std::to_string(text.size() >> 10) + " KiB, more than the " +
+                   std::to_string(room::kMaxDocumentBytes >> 20) + " MiB a room configuration may hold",
+               error);
         return false;
     }
     if (!replaceFile(fullPath, text, problem)) {

@@ -160,7 +160,7 @@ TEST(RefinedCalibration, BadKeypointsAreDroppedAndCounted) {
     body.keypoint_covariances[3] = {1, 2, 0, 1, 0, 1};  // indefinite
     body.keypoint_covariances[4] = {NAN, 0, 0, 1, 0, 1};
     ASSERT_TRUE(calibration.calibrate());
-    EXPECT_EQ(calibration.droppedKeypoints, 6);  // three joints, each paired with two cameras
+    EXPECT_EQ(calibration.keypointsLeftOut, 6);  // three joints, each paired with two cameras
     room.feed(calibration, 10, 40);
     ASSERT_TRUE(calibration.calibrate());
     EXPECT_LT(synthetic::worstError(room, calibration).second, 0.5);

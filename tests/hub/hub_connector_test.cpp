@@ -7,11 +7,19 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
 
 #include <memory>
 
@@ -253,3 +261,77 @@ TEST_F(HubConnectorTest, MissingOrExpiredTokenIsAFailure) {
 }
 
 }  // namespace
+
+namespace {
+
+int portOf(const QString& address) { return address.section(':', -1).toInt(); }
+
+int connectTo(int port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in where{};
+    where.sin_family = AF_INET;
+    where.sin_port = htons(uint16_t(port));
+    where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const timeval limit{8, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&where), sizeof where) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The status of one plain HTTP exchange; 0 when no answer came within the socket limit.
+int httpStatus(int port, const std::string& method, const std::string& path, const std::string& token,
+               const std::string& body = {}) {
+    const int fd = connectTo(port);
+    if (fd < 0) return 0;
+    const std::string request = method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
+                                "Authorization: Bearer " + token + "\r\nContent-Type: application/json\r\n" +
+                                "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    ssize_t sent = ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    (void)sent;
+    char reply[64] = {};
+    const ssize_t got = ::recv(fd, reply, sizeof reply - 1, 0);
+    ::close(fd);
+    int status = 0;
+    return got > 12 && std::sscanf(reply, "HTTP/1.%*d %d", &status) == 1 ? status : 0;
+}
+
+}  // namespace
+
+TEST_F(HubConnectorTest, HostileRequestsChangeNothingAndStarveNobody) {
+    const std::string token = HubConnector(address_, {}).connectViaImplicitFlow("ada", "s3cret").toStdString();
+    ASSERT_FALSE(token.empty());
+    const int port = portOf(address_);
+    const auto site = [this] { return signedIn().getWorkspaces().at("7").user_data; };
+    const json before = site();
+
+    const std::string deep = "{\"user_data\": " + std::string(100000, '[') + std::string(100000, ']') + "}";
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, deep), 400);
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, std::string(2 << 20, ' ')), 413);
+    EXPECT_LT(QFile(dataPath_).size(), 100000);
+
+    // A save that fails (its temporary file cannot be made) leaves the served state alone.
+    QDir().mkpath(dataPath_ + ".tmp" + QString::number(emulator_->processId()));
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, R"({"user_data": {"site": "south"}})"), 500);
+    QDir(dataPath_ + ".tmp" + QString::number(emulator_->processId())).removeRecursively();
+    EXPECT_EQ(site(), before);
+
+    // Thirty connections that never finish their request leave room for a real one.
+    std::vector<int> idle;
+    for (int i = 0; i < 30; ++i) {
+        idle.push_back(connectTo(port));
+        ssize_t sent = ::send(idle.back(), "GET /api/v1/work", 16, MSG_NOSIGNAL);
+        (void)sent;
+    }
+    EXPECT_EQ(httpStatus(port, "GET", "/api/v1/workspaces", token), 200);
+    for (int fd : idle) ::close(fd);
+
+    QProcess second;
+    second.start(QStringLiteral(HALDEN_BINARY_DIR "/tools/hub_emulator/halden-hub-emulator"),
+                 {"--data", dataPath_, "--port", QString::number(port)});
+    ASSERT_TRUE(second.waitForFinished(10000));
+    EXPECT_NE(second.exitCode(), 0);
+    EXPECT_TRUE(second.readAllStandardError().contains("cannot listen"));
+}

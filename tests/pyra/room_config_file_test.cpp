@@ -208,4 +208,36 @@ TEST_F(RoomFile, BadFilesAndFailedWritesLeaveNoTrace) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
 }
 
+// Replacing keeps what the user set up around the file; what is written can be read back;
+// and bytes from a hostile document never reach the terminal raw.
+TEST_F(RoomFile, WritesRespectTheFileAndTheReaderAndMessagesStayPrintable) {
+    std::string error;
+    const std::string target = (dir_ / "private.json").string();
+    const std::string link = (dir_ / "link.json").string();
+    ASSERT_TRUE(lum::writeConfigurationFile(target, sampleRoom(), COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error));
+    fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(target, link);
+    auto room = sampleRoom();
+    room[1].pose.setTranslation(lum::Translation(1.f, 2.f, 3.f));
+    ASSERT_TRUE(lum::writeConfigurationFile(link, room, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error)) << error;
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fs::status(target).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+    const auto reread = lum::readFusionConfigurationFile(target, COORDINATE_SYSTEM::IMAGE, UNIT::METER);
+    EXPECT_TRUE(std::any_of(reread.begin(), reread.end(), [&](const lum::FusionConfiguration& c) {
+        return c.serial_number == room[1].serial_number && c.pose.getTranslation().x == 1.f;
+    }));
+
+    std::vector<lum::FusionConfiguration> crowd(7000, sampleRoom()[3]);
+    for (size_t i = 0; i < crowd.size(); ++i) crowd[i].serial_number = 40000000 + int(i);
+    const std::string big = (dir_ / "crowd.json").string();
+    EXPECT_FALSE(lum::writeConfigurationFile(big, crowd, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error));
+    EXPECT_NE(error.find("more than the 1 MiB"), std::string::npos) << error;
+    EXPECT_FALSE(fs::exists(big));
+
+    const std::string hostile = file("hostile\x1b.json", "{\"\\u001b[2J\": 5}");
+    EXPECT_TRUE(lum::readFusionConfigurationFile(hostile, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error).empty());
+    EXPECT_NE(error.find("hostile\\x1b.json"), std::string::npos) << error;
+    EXPECT_TRUE(std::none_of(error.begin(), error.end(), [](char c) { return (unsigned char)c < 0x20; })) << error;
+}
+
 }  // namespace

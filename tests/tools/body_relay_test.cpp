@@ -29,10 +29,11 @@ struct Relay {
     pid_t pid = -1;
     std::string log;
 
-    Relay(const std::string& scene, unsigned serial, int port) {
+    Relay(const std::string& scene, unsigned serial, int port, const std::vector<std::string>& extra = {}) {
         log = platform_test::privateFolder("logs") + "/relay-" + std::to_string(serial) + "-" + std::to_string(port);
         std::vector<std::string> args = {kRelay, "--scene", scene, "--serial", std::to_string(serial), "--port",
                                          std::to_string(port)};
+        args.insert(args.end(), extra.begin(), extra.end());
         std::vector<char*> argv;
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
@@ -172,6 +173,43 @@ TEST(BodyRelay, RefusalsAreClear) {
     EXPECT_EQ(busy.wait(), 1);
     EXPECT_NE(busy.output().find("is busy"), std::string::npos) << busy.output();
     EXPECT_EQ(old.stop(SIGINT), 0) << old.output();
+}
+
+// Local addresses (hex, as the kernel lists them) listening on a TCP port.
+std::vector<std::string> listeners(int port) {
+    char wanted[8];
+    std::snprintf(wanted, sizeof wanted, "%04X", port);
+    std::vector<std::string> found;
+    std::ifstream table("/proc/net/tcp");
+    std::string line;
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string slot, local, remote, state;
+        fields >> slot >> local >> remote >> state;
+        if (state == "0A" && local.size() > 9 && local.substr(local.size() - 4) == wanted)
+            found.push_back(local.substr(0, local.size() - 5));
+    }
+    return found;
+}
+
+TEST(BodyRelay, BindListensOnTheAddressGivenOnly) {
+    platform_test::isolateProcess();
+    const std::string path = writeScene(kTwoCameras);
+    const int port = platform_test::testPort(3);
+    Relay bad(path, 51001, port, {"--bind", "every.where"});
+    EXPECT_EQ(bad.wait(), 2);
+    EXPECT_NE(bad.output().find("not an IPv4 address"), std::string::npos) << bad.output();
+
+    Relay local(path, 51001, port, {"--bind", "127.0.0.1"});
+    ASSERT_TRUE(waitFor([&] { return local.output().find("publishing") != std::string::npos; }, 20.0))
+        << local.output();
+    for (int p : {port, port + 1}) EXPECT_EQ(listeners(p), std::vector<std::string>{"0100007F"}) << p;
+    lum::Fusion fusion;
+    fusion.init();
+    lum::CommunicationParameters link;
+    link.setForLocalNetwork("127.0.0.1", port);
+    EXPECT_EQ(fusion.subscribe(lum::CameraIdentifier(51001), link, lum::Transform()), lum::FUSION_ERROR_CODE::SUCCESS);
+    EXPECT_EQ(local.stop(SIGINT), 0) << local.output();
 }
 
 }  // namespace

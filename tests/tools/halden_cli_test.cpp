@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -94,4 +95,99 @@ TEST(HaldenCli, CalibratesTheDefaultRoomWithinTheBenchmarkAccuracy) {
     ASSERT_FALSE(parsed.is_discarded());
     EXPECT_TRUE(parsed.value("usable", false));
     EXPECT_EQ(parsed["cameras"].size(), scene.cameras.size());
+}
+
+namespace {
+
+// Sets an environment variable for the programs started until the end of the scope.
+struct ScopedVariable {
+    const char* name;
+    ScopedVariable(const char* name_, const std::string& value) : name(name_) { qputenv(name, value.c_str()); }
+    ~ScopedVariable() { qunsetenv(name); }
+};
+
+std::string writeText(const std::string& name, const std::string& text) {
+    const std::string path = inTemporary(name).toStdString();
+    QFile file(QString::fromStdString(path));
+    file.open(QIODevice::WriteOnly);
+    file.write(text.data(), static_cast<qint64>(text.size()));
+    return path;
+}
+
+}  // namespace
+
+TEST(HaldenCli, RefusesBadOutputsAndScenesBeforeCollecting) {
+    const QString report = inTemporary("twice.json");
+    const CliRun twice = runCli({"calibrate", "--usb", "--output", inTemporary("twice"), "--report", report});
+    EXPECT_EQ(twice.status, 1);
+    EXPECT_NE(twice.err.find("same file"), std::string::npos) << twice.err;
+
+    const CliRun nowhere =
+        runCli({"calibrate", "--usb", "--seconds", "600", "--output", inTemporary("no/such/room.json")}, 30000);
+    EXPECT_EQ(nowhere.status, 6);
+    EXPECT_NE(nowhere.err.find("does not exist"), std::string::npos) << nowhere.err;
+
+    {
+        ScopedVariable scene("PYRA_SIM_SCENE", writeText("bad_scene.json", R"({"cameras": [{"serial": "x"}]})"));
+        const CliRun bad = runCli({"calibrate", "--usb", "--output", inTemporary("room")}, 30000);
+        EXPECT_EQ(bad.status, 2);
+        EXPECT_NE(bad.err.find("cameras[0].serial"), std::string::npos) << bad.err;
+    }
+    ScopedVariable folder("PYRA_SIM_SCENE", platform_test::privateFolder("halden-cli"));
+    const CliRun notAFile = runCli({"calibrate", "--usb", "--output", inTemporary("room")}, 30000);
+    EXPECT_EQ(notAFile.status, 2);
+    EXPECT_NE(notAFile.err.find("is a folder"), std::string::npos) << notAFile.err;
+}
+
+// Four senders that never answer keep the fusion subscribing for seconds; Ctrl-C still
+// ends the program at once.
+TEST(HaldenCli, InterruptWhileSubscribingEndsPromptly) {
+    std::vector<lum::FusionConfiguration> room(4);
+    for (size_t i = 0; i < room.size(); ++i) {
+        room[i].serial_number = 61001 + static_cast<int>(i);
+        room[i].communication_parameters.setForLocalNetwork("127.0.0.1", platform_test::testPort(static_cast<int>(i)));
+    }
+    const std::string path = inTemporary("absent.json").toStdString();
+    ASSERT_TRUE(lum::writeConfigurationFile(path, room, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER));
+    platform_test::isolateProcess();
+    QProcess cli;
+    cli.start(HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli",
+              {"calibrate", "--room", QString::fromStdString(path), "--output", inTemporary("never")});
+    QByteArray out;
+    while (!out.contains("INIT FUSION") && cli.waitForReadyRead(20000)) out += cli.readAllStandardOutput();
+    ASSERT_TRUE(out.contains("INIT FUSION")) << out.toStdString();
+    ::kill(static_cast<pid_t>(cli.processId()), SIGINT);
+    // Subscribing to the four takes eight seconds; half of one is plenty for an answer.
+    EXPECT_TRUE(cli.waitForFinished(1500));
+    if (cli.state() != QProcess::NotRunning) {
+        cli.kill();
+        cli.waitForFinished();
+    }
+    EXPECT_EQ(cli.exitCode(), 5);
+}
+
+// The lowest serial never opens and another reports covariances of zero: the two others
+// are written, the two left out are named with their reason, and the status says so.
+TEST(HaldenCli, WritesOnlyCalibratedCamerasAndSaysWhichWereLeftOut) {
+    const ScopedVariable scene("PYRA_SIM_SCENE", writeText("partial_scene.json", R"({"seed": 3, "cameras": [
+        {"serial": 41001, "position": [-2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "faults": {"fail_to_open": true}},
+        {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "noise": {"depth_sigma_at_3m": 0}},
+        {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]},
+        {"serial": 41004, "position": [-2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]}]})"));
+    const ScopedVariable home("HOME", platform_test::privateFolder("halden-cli"));
+    const QString output = inTemporary("partial.json");
+    const CliRun run =
+        runCli({"calibrate", "--usb", "--seconds", "20", "--output", output, "--report", "~/partial_report.json"});
+    EXPECT_EQ(run.status, 7) << run.out << run.err;
+    EXPECT_NE(run.err.find("camera 41001 left out: it never opened"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("camera 41002 left out"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("unusable covariance"), std::string::npos) << run.err;
+
+    std::string problem;
+    const auto written = lum::readFusionConfigurationFile(output.toStdString(), lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                          lum::UNIT::METER, &problem);
+    ASSERT_EQ(written.size(), 2u) << problem;
+    EXPECT_EQ(written[0].serial_number, 41003);
+    EXPECT_EQ(written[1].serial_number, 41004);
+    EXPECT_TRUE(QFile::exists(inTemporary("partial_report.json")));
 }

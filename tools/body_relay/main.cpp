@@ -1,5 +1,7 @@
 // body_relay: one camera of a scene publishing its bodies on the local network, as another
 // computer in the room would. Runs until SIGINT or SIGTERM.
+#include <arpa/inet.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -17,8 +19,10 @@ volatile std::sig_atomic_t stopRequested = 0;
 void onSignal(int) { stopRequested = 1; }
 
 const char* kUsage =
-    "usage: body_relay [--scene FILE] --serial N --port P\n"
+    "usage: body_relay [--scene FILE] --serial N --port P [--bind ADDRESS]\n"
     "Publishes camera N of the scene on the local network: data on port P, handshake on P+1.\n"
+    "Both ports listen on every interface, or only on the IPv4 ADDRESS given with --bind\n"
+    "(127.0.0.1 keeps the camera to this computer).\n"
     "Without --scene, the scene is the file named by PYRA_SIM_SCENE, or the default room.\n"
     "Stops cleanly on SIGINT or SIGTERM.\n";
 
@@ -37,7 +41,7 @@ int fail(const std::string& message, int code = 1) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string scenePath;
+    std::string scenePath, bindAddress;
     long serial = -1, port = -1;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
@@ -52,6 +56,11 @@ int main(int argc, char** argv) {
             if (!parseNumber(value, 1, 4294967295L, serial)) return fail(std::string("bad serial \"") + value + "\"", 2);
         } else if (arg == "--port") {
             if (!parseNumber(value, 1, 65534, port)) return fail(std::string("bad port \"") + value + "\" (1..65534)", 2);
+        } else if (arg == "--bind") {
+            in_addr parsed{};
+            if (::inet_pton(AF_INET, value, &parsed) != 1)
+                return fail(std::string("bad --bind \"") + value + "\": not an IPv4 address such as 127.0.0.1", 2);
+            bindAddress = value;
         } else {
             return fail("unknown option " + arg + "\n" + kUsage, 2);
         }
@@ -91,7 +100,7 @@ int main(int argc, char** argv) {
     code = cam.enableBodyTracking(body);
     if (code != lum::ERROR_CODE::SUCCESS) return fail("body tracking: " + lum::toString(code));
     lum::CommunicationParameters link;
-    link.setForLocalNetwork(int(port));
+    link.setForLocalNetwork(bindAddress, int(port));
     code = cam.startPublishing(link);
     if (code == lum::ERROR_CODE::PORT_IN_USE)
         return fail("port " + std::to_string(port) + " or " + std::to_string(port + 1) + " is busy");
@@ -102,8 +111,9 @@ int main(int argc, char** argv) {
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    std::cout << "body_relay: camera " << serial << " publishing on port " << port << " (handshake " << port + 1
-              << ")" << std::endl;
+    std::cout << "body_relay: camera " << serial << " publishing on "
+              << (bindAddress.empty() ? std::string("every interface") : bindAddress) << ", port " << port
+              << " (handshake " << port + 1 << ")" << std::endl;
 
     lum::Bodies bodies;
     lum::BodyTrackingRuntimeParameters runtime;

@@ -5,7 +5,9 @@
 #include <QCoreApplication>
 #include <QSaveFile>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <iostream>
 
@@ -110,7 +112,10 @@ void CalibrationSession::interrupt() {
         return;
     }
     std::cerr << "halden-cli: interrupted before the calibration started; nothing to save" << std::endl;
-    end(kNothingToSave);
+    // The fusion may be waiting seconds for senders that never answer. Nothing has been
+    // written yet and the kernel releases the camera locks, so leaving now loses nothing.
+    std::cout.flush();
+    std::_Exit(kNothingToSave);
 }
 
 void CalibrationSession::finish() {
@@ -119,25 +124,30 @@ void CalibrationSession::finish() {
     tickTimer.stop();
     progress.close();
     const int frames = worker.calibrationFrameCount();
+    const calib::KeypointDrops drops = worker.droppedKeypoints();
+    const std::string refused =
+        drops.total() > 0 ? "; keypoints refused as unusable: " + drops.describe() : std::string();
     const bool written = worker.finishCalib(SKELETON_CALIB);
     // Solves that landed during finishCalib have been reported by now.
     QCoreApplication::sendPostedEvents(this);
     if (!written) {
         if (configurationPublished) {
-            std::cerr << "halden-cli: could not write " << calibrationFileName(QString::fromStdString(options.output))
+            std::cerr << "halden-cli: could not write " << options.output
                       << std::endl;
             end(kWriteFailed);
         } else {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
-                      << " frames; walk where at least two cameras see one person at a time, for longer" << std::endl;
+                      << " frames; walk where at least two cameras see one person at a time, for longer" << refused
+                      << std::endl;
             end(kNothingToSave);
         }
         return;
     }
 
-    const std::string saved = calibrationFileName(QString::fromStdString(options.output));
-    std::cout << "Calibration of " << room.size() << " cameras written to " << saved << " (" << frames << " frames, "
-              << solves << " solves)" << std::endl;
+    const std::vector<int> saved = worker.savedCameras();
+    std::cout << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
+              << " frames, " << solves << " solves)" << std::endl;
+    const bool partial = reportLeftOut(saved, refused);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
             std::printf("  camera %d: RMS %.1f mm (from %.1f mm), sigma %.3f deg / %.1f mm, %d keypoint pairs\n",
@@ -160,7 +170,23 @@ void CalibrationSession::finish() {
         }
         std::cout << "Report written to " << options.report << std::endl;
     }
-    end(kWritten);
+    end(partial ? kPartial : kWritten);
+}
+
+bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) const {
+    const std::vector<int> running = worker.runningCameras();
+    bool leftOut = false;
+    for (const lum::FusionConfiguration& camera : room) {
+        const int serial = camera.serial_number;
+        if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
+        leftOut = true;
+        if (std::find(running.begin(), running.end(), serial) == running.end())
+            std::cerr << "halden-cli: camera " << serial << " left out: it never opened or subscribed" << std::endl;
+        else
+            std::cerr << "halden-cli: camera " << serial
+                      << " left out: it shared no usable keypoint with another camera" << refused << std::endl;
+    }
+    return leftOut;
 }
 
 void CalibrationSession::end(CliStatus status) {

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "core/console_prompts.hpp"
@@ -32,6 +33,8 @@ private:
     void onReport(const CalibrationReport& report);
     void finish();
     void end(CliStatus status);
+    // Names every camera of the room missing from `saved`, and why; true if any was.
+    bool reportLeftOut(const std::vector<int>& saved, const std::string& refused) const;
     ProgressLine::State progressState() const;
 
     CliOptions options;

@@ -57,7 +57,9 @@ Exit status:
   3  the room has fewer than two cameras
   4  the fusion could not start (fewer than two cameras opened or subscribed)
   5  nothing to save: no calibration could be computed from what was collected
-  6  the calibration or the report could not be written
+  6  the calibration or the report could not be written (checked before collecting too)
+  7  partial: a calibration was written, but some cameras of the room were left out of it
+     (never opened or subscribed, or no usable keypoint shared with another camera)
 )";
 }
 

@@ -17,6 +17,7 @@ enum CliStatus : int {
     kFusionNotStarted = 4,
     kNothingToSave = 5,
     kWriteFailed = 6,
+    kPartial = 7,
 };
 
 struct CliOptions {

@@ -8,6 +8,7 @@
 
 #include "tools/halden_cli/calibration_session.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/output_paths.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -68,12 +69,17 @@ int main(int argc, char** argv) {
     }
     if (options->command == CliOptions::Command::Devices) return listDevices();
 
+    CliOptions checked = *options;
+    if (const int status = checkOutputs(checked, problem)) {
+        std::cerr << "halden-cli: " << problem << std::endl;
+        return status;
+    }
     std::vector<lum::FusionConfiguration> room;
-    if (const int status = loadRoom(*options, room)) return status;
+    if (const int status = loadRoom(checked, room)) return status;
 
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
-    CalibrationSession session(*options, std::move(room));
+    CalibrationSession session(checked, std::move(room));
     QTimer signalPoll;
     QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
         if (interrupted) session.interrupt();

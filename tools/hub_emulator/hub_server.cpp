@@ -1,8 +1,10 @@
 // Routes of the emulated hub. Replies follow the shapes the client expects from the real
 // service; the fault switches bend them so that the client's error paths can be exercised.
 #include "tools/hub_emulator/hub_server.hpp"
+#include "tools/hub_emulator/request_body.hpp"
 
 #include <chrono>
+#include <optional>
 
 using nlohmann::json;
 
@@ -19,6 +21,18 @@ void answerError(httplib::Response& response, int status, const std::string& err
     answer(response, status, {{"error", error}, {"error_description", description}});
 }
 
+// A slow or silent client must not hold a worker for long.
+constexpr int kSocketTimeoutSeconds = 2;
+constexpr size_t kWorkers = 64;
+
+// The body as a JSON object, or an answer saying why not.
+std::optional<json> objectBody(const httplib::Request& request, httplib::Response& response) {
+    std::string problem;
+    std::optional<json> body = parseObjectBody(request.body, problem);
+    if (!body) answerError(response, 400, "bad_request", problem);
+    return body;
+}
+
 bool isLoopback(const std::string& address) {
     return address.rfind("127.", 0) == 0 || address == "::1" || address == "::ffff:127.0.0.1";
 }
@@ -27,6 +41,18 @@ bool isLoopback(const std::string& address) {
 
 HubServer::HubServer(HubState& state, const HubFaults& faults, bool adminEnabled)
     : state_(state), adminEnabled_(adminEnabled), faults_(faults) {
+    server_.set_payload_max_length(kMaxBodyBytes);
+    server_.set_read_timeout(kSocketTimeoutSeconds, 0);
+    server_.set_write_timeout(kSocketTimeoutSeconds, 0);
+    server_.set_keep_alive_timeout(kSocketTimeoutSeconds);
+    // Enough workers that a few dozen idle connections leave room for real requests.
+    server_.new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+    // The library's default also sets SO_REUSEPORT, which lets a second emulator share a
+    // busy port and take half of its requests.
+    server_.set_socket_options([](socket_t socket) {
+        int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     routeHub();
     if (adminEnabled_) routeAdmin();
 }
@@ -122,10 +148,10 @@ void HubServer::routeHub() {
 
     server_.Put(R"(/api/v1/workspaces/([^/]+))",
                 guarded([this](const httplib::Request& request, httplib::Response& response, const std::string& user) {
-                    const json body = json::parse(request.body, nullptr, false);
-                    if (!body.is_object()) return answerError(response, 400, "bad_request", "expected a JSON object");
+                    const std::optional<json> body = objectBody(request, response);
+                    if (!body) return;
                     std::string error;
-                    switch (state_.updateWorkspace(user, request.matches[1], body, &error)) {
+                    switch (state_.updateWorkspace(user, request.matches[1], *body, &error)) {
                     case HubState::Update::NotFound: return answerError(response, 404, "not_found", "no such workspace");
                     case HubState::Update::WriteFailed: return answerError(response, 500, "storage", error);
                     case HubState::Update::Done: break;
@@ -142,8 +168,7 @@ void HubServer::routeHub() {
 
     server_.Post(R"(/api/v1/workspaces/([^/]+)/devices/([^/]+)/functions/core_communication_parameters)",
                  guarded([this](const httplib::Request& request, httplib::Response& response, const std::string& user) {
-                     if (!json::parse(request.body, nullptr, false).is_object())
-                         return answerError(response, 400, "bad_request", "a function call needs a JSON object");
+                     if (!objectBody(request, response)) return;
                      const auto reply = state_.publicationReply(user, request.matches[1], request.matches[2]);
                      if (!reply) return answerError(response, 404, "not_found", "no such device");
                      answer(response, 200, *reply);
@@ -159,8 +184,9 @@ void HubServer::routeAdmin() {
         };
     };
     server_.Put("/_admin/faults", local([this](const httplib::Request& request, httplib::Response& response) {
-        const json body = json::parse(request.body, nullptr, false);
-        if (!body.is_object()) return answerError(response, 400, "bad_request", "expected a JSON object");
+        const std::optional<json> parsed = objectBody(request, response);
+        if (!parsed) return;
+        const json& body = *parsed;
         const auto integer = [&body](const char* key) {
             const auto found = body.find(key);
             return found != body.end() && found->is_number_integer() ? found->get<int>() : 0;

@@ -192,9 +192,14 @@ HubState::Update HubState::updateWorkspace(const std::string& user, const std::s
     std::lock_guard<std::mutex> lock(mutex_);
     json* workspace = findWorkspace(user, id);
     if (!workspace) return Update::NotFound;
+    // Readers wait on the same mutex, so nobody sees the change before the file holds it,
+    // and a failed save leaves the workspace as the file still has it.
+    json before = *workspace;
     if (body.contains("name") && body["name"].is_string()) (*workspace)["name"] = body["name"];
     if (body.contains("user_data")) (*workspace)["user_data"] = body["user_data"];
-    return save(error) ? Update::Done : Update::WriteFailed;
+    if (save(error)) return Update::Done;
+    *workspace = std::move(before);
+    return Update::WriteFailed;
 }
 
 bool HubState::save(std::string* error) const {

@@ -71,7 +71,7 @@ Scene defaultScene();
 bool parseScene(const std::string& jsonText, Scene& scene, std::string* error);
 bool loadScene(const std::string& path, Scene& scene, std::string* error);
 // The scene of this process: the file named by PYRA_SIM_SCENE, else the default.
-// A broken file is reported once on standard error and the default used instead.
+// A broken file is reported once on standard error and gives a room without cameras.
 Scene activeScene();
 // Replaces the scene of this process (tools and tests).
 void setActiveScene(const Scene& scene);

@@ -1,5 +1,7 @@
 // Scene documents: the embedded default room and strict parsing of scene files.
 // Every field is optional with the documented default; a wrong type is named, never guessed.
+#include <sys/stat.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -242,6 +244,11 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
 }
 
 bool loadScene(const std::string& path, Scene& scene, std::string* error) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+        if (error) *error = path + ": is a folder, not a scene file";
+        return false;
+    }
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         if (error) *error = path + ": cannot be read";
@@ -273,8 +280,14 @@ Scene activeScene() {
         if (path && *path) {
             std::string error;
             Scene loaded;
-            if (loadScene(path, loaded, &error)) *slot = loaded;
-            else std::cerr << "PYRA_SIM_SCENE " << error << "; using the default room" << std::endl;
+            if (loadScene(path, loaded, &error)) {
+                *slot = loaded;
+            } else {
+                // Another room than the one asked for would be calibrated without a word;
+                // a room without cameras makes every program stop and say why.
+                slot->cameras.clear();
+                std::cerr << "PYRA_SIM_SCENE " << error << "; no camera is available" << std::endl;
+            }
         }
     }
     return *slot;

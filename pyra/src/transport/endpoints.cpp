@@ -26,7 +26,9 @@ std::string endpoint(const lum::CommunicationParameters& link, uint32_t serial, 
     if (link.getType() == lum::COMM_TYPE::SHARED_MEMORY)
         return "ipc://" + runtimeFolder() + "/cam-" + std::to_string(serial) + suffix;
     std::string port = std::to_string(link.getPort() + portOffset);
-    return bind ? "tcp://*:" + port : "tcp://" + networkHost(link) + ":" + port;
+    // A sender given an address listens on that interface only, otherwise on all of them.
+    if (bind) return "tcp://" + (link.getIpAddress().empty() ? std::string("*") : link.getIpAddress()) + ":" + port;
+    return "tcp://" + networkHost(link) + ":" + port;
 }
 
 }  // namespace

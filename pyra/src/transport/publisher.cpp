@@ -4,6 +4,8 @@
 
 #include "transport/endpoints.hpp"
 
+#include <vector>
+
 namespace pyra::transport {
 
 lum::ERROR_CODE Publisher::start(const lum::CommunicationParameters& link, const SenderHello& hello,
@@ -21,8 +23,12 @@ lum::ERROR_CODE Publisher::start(const lum::CommunicationParameters& link, const
         p->data_->set(zmq::sockopt::sndhwm, 256);
         where = dataEndpoint(link, hello.serial, true);
         p->data_->bind(where);
-        p->hello_ = std::make_unique<zmq::socket_t>(*p->context_, zmq::socket_type::rep);
+        // A router, not a reply socket: it has no send/receive state for a malformed or
+        // abandoned request to wedge, so each request is answered or dropped on its own.
+        p->hello_ = std::make_unique<zmq::socket_t>(*p->context_, zmq::socket_type::router);
         configureSocket(*p->hello_, 50);
+        p->hello_->set(zmq::sockopt::maxmsgsize, int64_t(kMaxHandshakeBytes));
+        p->hello_->set(zmq::sockopt::handshake_ivl, 2000);
         where = helloEndpoint(link, hello.serial, true);
         p->hello_->bind(where);
     } catch (const zmq::error_t& e) {
@@ -55,13 +61,26 @@ void Publisher::publish(const Frame& frame) {
 
 void Publisher::answerHandshakes() {
     while (!stop_) {
-        zmq::message_t request;
         try {
-            if (!hello_->recv(request, zmq::recv_flags::none)) continue;
-            // A reply is owed to every request, or the socket stops taking new ones.
+            zmq::message_t part;
+            if (!hello_->recv(part, zmq::recv_flags::none)) continue;
+            // A handshake is the peer's identity, an empty delimiter and one request. Longer
+            // messages are read to their end (they arrive whole) and dropped unanswered.
+            std::vector<zmq::message_t> parts;
+            for (;;) {
+                const bool more = part.more();
+                if (parts.size() < 4) parts.push_back(std::move(part));
+                if (!more || !hello_->recv(part, zmq::recv_flags::none)) break;
+            }
+            if (parts.size() != 3 || parts[1].size() != 0 || !isHelloRequest(parts[2].data(), parts[2].size()))
+                continue;
+            hello_->send(parts[0], zmq::send_flags::sndmore);
+            hello_->send(zmq::message_t(), zmq::send_flags::sndmore);
             hello_->send(zmq::buffer(helloReply_), zmq::send_flags::none);
-        } catch (const zmq::error_t&) {
-            return;
+        } catch (const zmq::error_t& e) {
+            // Only the end of the context stops the answering; any other failure concerns
+            // one peer.
+            if (e.num() == ETERM) return;
         }
     }
 }

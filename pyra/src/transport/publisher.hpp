@@ -18,6 +18,9 @@ namespace pyra::transport {
 
 class Publisher {
 public:
+    // A handshake request is a few bytes; the socket refuses anything much larger unread.
+    static constexpr size_t kMaxHandshakeBytes = 4096;
+
     ~Publisher();
     Publisher(const Publisher&) = delete;
     Publisher& operator=(const Publisher&) = delete;

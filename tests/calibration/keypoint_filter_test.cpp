@@ -1,0 +1,98 @@
+// Poisoned keypoints (non-finite, corrupted, zero covariance) against the calibration:
+// refused and counted where they enter, and the report survives a problem built around them.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "calibration/calibration_report.hpp"
+#include "calibration/skeleton_align.hpp"
+#include "tests/calibration/synthetic_skeletons.hpp"
+
+namespace {
+
+synthetic::Options quiet() {
+    synthetic::Options options;
+    options.cameras = 3;
+    options.everythingVisible = true;
+    options.bias = 0;
+    options.missing = 0;
+    return options;
+}
+
+// Every fourth frame of the last camera is corrupted in one of three ways.
+void poison(std::map<int, lum::BodyData>& bodies, int frame, int camera) {
+    lum::BodyData& body = bodies.at(camera);
+    switch (frame % 4) {
+    case 0: body.keypoint[3].x = 1e18f; break;
+    case 1: body.keypoint[5].y = INFINITY; break;
+    case 2: body.keypoint_covariances[7] = {0, 0, 0, 0, 0, 0}; break;
+    default: body.keypoint_covariances[8] = {1e-4f, 0, 0, -1e-4f, 0, 1e-4f}; break;
+    }
+}
+
+TEST(KeypointFilter, RefusesAndCountsPoisonedKeypointsWithoutLosingTheRoom) {
+    synthetic::Room room(quiet());
+    SkeletonMulticameraCalibration calibration;
+    calibration.bodyFormat = 0;
+    const int bad = room.cameras.back().id;
+    for (int i = 0; i < 40; ++i) {
+        std::map<int, lum::BodyData> bodies = room.observe(0.5 * i);
+        poison(bodies, i, bad);
+        calibration.addSkeletonData(lum::Timestamp(uint64_t(1e9 + 5e8 * i)), bodies);
+    }
+    EXPECT_EQ(calibration.droppedKeypoints.implausible, 10);
+    EXPECT_EQ(calibration.droppedKeypoints.nonFinite, 10);
+    EXPECT_EQ(calibration.droppedKeypoints.badCovariance, 20);
+    EXPECT_NE(calibration.droppedKeypoints.describe().find("beyond 100 m"), std::string::npos);
+
+    ASSERT_TRUE(calibration.calibrate());
+    ASSERT_TRUE(calibration.calibrate());
+    const auto worst = synthetic::worstError(room, calibration);
+    EXPECT_LT(worst.first, 0.5);
+    EXPECT_LT(worst.second, 20.0);
+    const CalibrationReport report = makeCalibrationReport(calibration);
+    ASSERT_EQ(report.cameras.size(), 3u);
+    for (const CameraCalibrationReport& camera : report.cameras) {
+        EXPECT_TRUE(std::isfinite(camera.rmsAfterMm)) << camera.camera;
+        EXPECT_TRUE(std::isfinite(camera.translationSigmaMm)) << camera.camera;
+    }
+}
+
+// Frames written straight into the store skip the guard; the report must still answer.
+TEST(KeypointFilter, ReportSurvivesANonFiniteProblem) {
+    synthetic::Room room(quiet());
+    SkeletonMulticameraCalibration calibration;
+    for (int i = 0; i < 20; ++i) {
+        std::map<int, lum::BodyData> bodies = room.observe(0.5 * i);
+        for (auto& [camera, body] : bodies)
+            for (auto& covariance : body.keypoint_covariances) covariance = {0, 0, 0, 0, 0, 0};
+        calibration.frames[lum::Timestamp(uint64_t(1e9 + 5e8 * i))] = bodies;
+        for (const auto& [camera, body] : bodies) calibration.cameraSeen[camera] = true;
+    }
+    calibration.calibrate();
+    const CalibrationReport report = makeCalibrationReport(calibration);
+    for (const CameraCalibrationReport& camera : report.cameras)
+        if (camera.camera != room.cameras[0].id) {
+            EXPECT_TRUE(std::isnan(camera.rotationSigmaDeg));
+        }
+}
+
+// A camera whose every keypoint was refused neither holds the world nor gets a pose.
+TEST(KeypointFilter, CameraWithNothingUsableIsLeftOut) {
+    synthetic::Room room(quiet());
+    SkeletonMulticameraCalibration calibration;
+    const int first = room.cameras[0].id;
+    for (int i = 0; i < 30; ++i) {
+        std::map<int, lum::BodyData> bodies = room.observe(0.5 * i);
+        for (auto& point : bodies.at(first).keypoint) point.z = -500.f;
+        calibration.addSkeletonData(lum::Timestamp(uint64_t(1e9 + 5e8 * i)), bodies);
+    }
+    ASSERT_TRUE(calibration.calibrate());
+    EXPECT_EQ(calibration.calibratedPoses.count(first), 0u);
+    EXPECT_EQ(calibration.calibratedPoses.size(), 2u);
+    const SkeletonMulticameraCalibration::PoseStruct& reference = calibration.poses.at(room.cameras[1].id);
+    EXPECT_EQ(reference.q[3], 1.0);
+    EXPECT_EQ(reference.t[0], 0.0);
+}
+
+}  // namespace

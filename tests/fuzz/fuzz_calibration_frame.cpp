@@ -1,0 +1,46 @@
+// libFuzzer driver for frames as the calibration takes them: whatever coordinates and
+// covariances a sender puts on the wire, the calibration keeps only finite, weighted
+// keypoints, and solving and reporting never crash.
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "calibration/calibration_report.hpp"
+#include "calibration/keypoint_pairs.hpp"
+#include "calibration/skeleton_align.hpp"
+#include "pyra/src/transport/frame_codec.hpp"
+
+namespace {
+
+// The decoded body walked a little per frame and seen again by a second camera one metre
+// to its side, so inputs that decode reach a well-posed solve.
+lum::BodyData moved(const lum::BodyData& body, float dx) {
+    lum::BodyData copy = body;
+    for (lum::Vector3f& p : copy.keypoint) p.x += dx;
+    return copy;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    pyra::transport::Frame frame;
+    if (!pyra::transport::decodeFrame(data, size, frame) || frame.bodies.body_list.empty()) return 0;
+    SkeletonMulticameraCalibration calibration;
+    calibration.bodyFormat = 0;
+    const auto& bodies = frame.bodies.body_list;
+    for (int f = 0; f < 8; ++f) {
+        const lum::BodyData& body = bodies[size_t(f) % bodies.size()];
+        std::map<int, lum::BodyData> seen{{1, moved(body, 0.05f * f)}, {2, moved(body, 0.05f * f + 1.f)}};
+        calibration.addSkeletonData(lum::Timestamp(uint64_t(1e9) + uint64_t(f) * 500000000ULL), seen);
+    }
+    calib::forEachKeypointPair(calibration.frames, [](lum::Timestamp, int, int, const Eigen::Vector3d& a,
+                                                      const Eigen::Vector3d& b, const Eigen::Matrix3d& weight, int) {
+        if (!a.allFinite() || !b.allFinite() || !weight.allFinite()) std::abort();
+    });
+    calibration.calibrate();
+    calibration.calibrate();
+    const CalibrationReport report = makeCalibrationReport(calibration);
+    if (toJson(report).dump().empty()) std::abort();
+    return 0;
+}
