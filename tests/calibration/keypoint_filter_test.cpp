@@ -6,7 +6,7 @@
 
 #include "calibration/calibration_report.hpp"
 #include "calibration/skeleton_align.hpp"
-#include "tests/calibration/synthetic_skeletons.hpp"
+#include "testing/synthetic_room.hpp"
 
 namespace {
 
