@@ -1,0 +1,76 @@
+// Tests of the frame assembler: interpolation to the common instant, lagging cameras,
+// gaps, and the one-person association.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "calibration/frame_assembler.hpp"
+
+namespace {
+
+constexpr uint64_t kMs = 1000000;
+
+// One body moving along x at 1 m/s: x = t in seconds.
+lum::Bodies walkerAt(uint64_t ns, int id = 7) {
+    lum::Bodies bodies;
+    bodies.timestamp = ns;
+    lum::BodyData body;
+    body.id = id;
+    const float x = float(double(ns) * 1e-9);
+    body.keypoint = {lum::Vector3f(x, 1.f, -3.f), lum::Vector3f(x, 0.f, -3.f)};
+    body.keypoint_covariances = {{1, 0, 0, 1, 0, 1}, {3, 0, 0, 3, 0, 3}};
+    bodies.body_list.push_back(body);
+    return bodies;
+}
+
+TEST(FrameAssembler, BringsEveryCameraToTheOldestNewestCapture) {
+    calib::FrameAssembler assembler;
+    // Camera 1 captures at 0, 33, 66 ms; camera 2 at 20, 53, 86 ms.
+    for (uint64_t k = 0; k < 3; ++k) {
+        assembler.addBodies(1, walkerAt(1000 * kMs + k * 33 * kMs));
+        assembler.addBodies(2, walkerAt(1020 * kMs + k * 33 * kMs));
+    }
+    EXPECT_EQ(assembler.commonInstant().getNanoseconds(), 1066 * kMs);
+    const std::vector<calib::CameraBodies> frames = assembler.assemble();
+    ASSERT_EQ(frames.size(), 1u);
+    ASSERT_EQ(frames[0].size(), 2u);
+    for (const auto& [camera, body] : frames[0]) {
+        EXPECT_NEAR(body.keypoint[0].x, 1.066, 1e-5) << camera;
+        EXPECT_NEAR(body.keypoint_covariances[1][0], 3.f, 1e-5);
+    }
+
+    // A camera that stops reporting drops out instead of holding the instant back.
+    for (uint64_t k = 3; k < 8; ++k) assembler.addBodies(2, walkerAt(1020 * kMs + k * 33 * kMs));
+    EXPECT_EQ(assembler.commonInstant().getNanoseconds(), 1251 * kMs);
+    EXPECT_TRUE(assembler.assemble().empty());
+    EXPECT_EQ(assembler.bodiesAt(1251 * kMs).count(1), 0u);
+}
+
+TEST(FrameAssembler, LeavesOutGapsMissingJointsAndCrowdedCameras) {
+    calib::FrameAssembler assembler;
+    lum::Bodies first = walkerAt(1000 * kMs);
+    first.body_list[0].keypoint[1].x = NAN;
+    assembler.addBodies(1, first);
+    assembler.addBodies(1, walkerAt(1040 * kMs));
+    assembler.addBodies(1, walkerAt(1030 * kMs));  // out of order: ignored
+    const calib::BodiesAtInstant at = assembler.bodiesAt(1010 * kMs);
+    ASSERT_EQ(at.at(1).size(), 1u);
+    EXPECT_NEAR(at.at(1)[0].keypoint[0].x, 1.010, 1e-5);
+    EXPECT_TRUE(std::isnan(at.at(1)[0].keypoint[1].x));
+
+    // 150 ms without a capture of this track: nothing is made up in between.
+    assembler.addBodies(1, walkerAt(1190 * kMs));
+    EXPECT_TRUE(assembler.bodiesAt(1100 * kMs).empty());
+
+    calib::BodiesAtInstant crowded;
+    crowded[1] = {walkerAt(0).body_list[0]};
+    crowded[2] = {walkerAt(0, 1).body_list[0], walkerAt(0, 2).body_list[0]};
+    EXPECT_TRUE(calib::singlePersonAssociation(crowded).empty());
+    crowded[3] = {walkerAt(0).body_list[0]};
+    const auto frames = calib::singlePersonAssociation(crowded);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].count(2), 0u);
+    EXPECT_EQ(frames[0].size(), 2u);
+}
+
+}  // namespace
