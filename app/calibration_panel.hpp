@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 
 class QLabel;
@@ -50,6 +51,7 @@ public:
 public slots:
     void setReport(CalibrationReport report);
     void setFrameCount(int frames);
+    void setCameraPeople(std::vector<calib::CameraPeople> cameras);
 
 private:
     void refresh();
@@ -60,5 +62,6 @@ private:
     int frames_ = 0;
     QLabel* summary_ = nullptr;
     QLabel* framesLabel_ = nullptr;
+    QLabel* peopleLabel_ = nullptr;
     QTableWidget* table_ = nullptr;
 };

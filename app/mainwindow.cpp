@@ -79,6 +79,7 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::updateFusionError, this, &MainWindow::updateFusionErrorLabel);
     connect(&fusion, &FusionWorker::incCalib, this, &MainWindow::calibprogress);
     connect(&fusion, &FusionWorker::calibrationReport, ui->report_panel, &CalibrationPanel::setReport);
+    connect(&fusion, &FusionWorker::cameraPeople, ui->report_panel, &CalibrationPanel::setCameraPeople);
 }
 
 void MainWindow::updateUI() {

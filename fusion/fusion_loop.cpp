@@ -103,12 +103,23 @@ void FusionWorker::collectSkeletons() {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras)
             fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
-        frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
+        if (!severalPeople) frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
     }
 
     const int64_t now = nowNs();
     if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
-    if (frame.size() >= 2) calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
+    if (severalPeople) {
+        // Moments with nobody to pair do not move lastTimestamp, so the association keeps
+        // its own pace.
+        if (now / 1000000 - lastAssociationMs <= 499) return;
+        lastAssociationMs = now / 1000000;
+        std::vector<std::map<int, lum::BodyData>> frames = associateBodies();
+        // One frame per person; a nanosecond apart keeps them distinct in the store.
+        for (size_t i = 0; i < frames.size(); ++i)
+            calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now) + i), frames[i]);
+    } else if (frame.size() >= 2) {
+        calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
+    }
     const int frames = static_cast<int>(calibration.frames.size());
     calibrationFrames = frames;
 
@@ -119,6 +130,24 @@ void FusionWorker::collectSkeletons() {
         calibration.framesAtLastCalibration = frames;
         solver.start(calibration);
     }
+}
+
+std::vector<std::map<int, lum::BodyData>> FusionWorker::associateBodies() {
+    calib::SeenBodies seen;
+    {
+        SharedData& shared = SharedData::getInstance();
+        std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
+        for (const lum::CameraIdentifier& camera : subscribedCameras) {
+            const lum::Bodies& bodies = shared.cameraBodies[camera];
+            std::vector<lum::BodyData>& list = seen[static_cast<int>(camera.sn)];
+            if (bodies.is_new) list = bodies.body_list;
+        }
+    }
+    if (!calibration.calibratedPoses.empty()) associator.setPoses(calibration.calibratedPoses);
+    std::vector<std::map<int, lum::BodyData>> frames = associator.associate(seen);
+    emit cameraPeople(associator.cameraPeople());
+    for (std::map<int, lum::BodyData>& earlier : associator.takeReleased()) frames.push_back(std::move(earlier));
+    return frames;
 }
 
 void FusionWorker::applySolvedCalibration() {
@@ -212,7 +241,14 @@ bool FusionWorker::finishCalib(CALIB) {
     return written;
 }
 
+void FusionWorker::setSeveralPeople(bool on) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    severalPeople = on;
+}
+
 void FusionWorker::resetCalibration() {
+    associator.clear();
+    lastAssociationMs = 0;
     calibration.calibratedPoses.clear();
     calibration.frames.clear();
     calibration.lastTimestamp = 0;

@@ -18,6 +18,7 @@ std::string calibrationFileName(const QString& chosen) {
 FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::make_shared<lum::Fusion>()) {
     registerSharedMetaTypes();
     qRegisterMetaType<CalibrationReport>("CalibrationReport");
+    qRegisterMetaType<CameraPeopleList>("CameraPeopleList");
     setPrompts(std::move(prompts_));
 }
 

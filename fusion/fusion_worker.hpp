@@ -15,6 +15,7 @@
 
 #include "core/shared_records.hpp"
 #include "core/user_prompts.hpp"
+#include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/calibration_runner.hpp"
@@ -37,6 +38,8 @@ std::string calibrationFileName(const QString& chosen);
 // several people add nothing, so a frame only pairs cameras sure to see the same person.
 std::map<int, lum::BodyData> singlePersonFrame(const std::vector<lum::CameraIdentifier>& cameras,
                                                const std::map<lum::CameraIdentifier, lum::Bodies>& bodies);
+
+using CameraPeopleList = std::vector<calib::CameraPeople>;
 
 class FusionWorker : public QThread {
     Q_OBJECT
@@ -67,6 +70,9 @@ public:
     // Resumes a calibration from a store gathered earlier; the collecting state is kept.
     void setCalibrationStore(SkeletonMulticameraCalibration store);
     int calibrationFrameCount() const { return calibrationFrames; }
+    // On (the default): frames from the cross-camera body association, so rooms with several
+    // people calibrate. Off: only cameras that see exactly one person give a frame.
+    void setSeveralPeople(bool on);
     LoopTiming loopTiming() const;
     void resetLoopTiming();
 
@@ -84,6 +90,9 @@ signals:
     void closed();
     // After every solve, usable or not.
     void calibrationReport(CalibrationReport report);
+    // Every 500 ms while collecting with the body association on: per camera, how many
+    // people it sees and whether its bodies are used.
+    void cameraPeople(CameraPeopleList cameras);
 
 protected:
     void run() override;
@@ -93,6 +102,7 @@ private:
     void steadyLoop();
     void processFrame();
     void collectSkeletons();
+    std::vector<std::map<int, lum::BodyData>> associateBodies();
     void applySolvedCalibration();
     void waitUntilHidden(const PromptMessage& message);
     void resetCalibration();
@@ -119,6 +129,9 @@ private:
     SkeletonMulticameraCalibration calibration;
     std::vector<lum::FusionConfiguration> configurations;
     int64_t lastErrorReport = 0;
+    bool severalPeople = true;
+    calib::BodyAssociator associator;
+    int64_t lastAssociationMs = 0;
 
     CalibrationRunner solver;
     std::atomic<int> calibrationFrames{0};
@@ -128,3 +141,4 @@ private:
 };
 
 Q_DECLARE_METATYPE(CalibrationReport)
+Q_DECLARE_METATYPE(CameraPeopleList)

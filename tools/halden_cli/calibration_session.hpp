@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "core/console_prompts.hpp"
@@ -49,4 +50,5 @@ private:
     int solves = 0;
     std::optional<CalibrationReport> lastUsable;
     std::optional<double> lastRmsMm;
+    std::string people;
 };

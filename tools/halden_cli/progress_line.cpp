@@ -15,7 +15,8 @@ std::string ProgressLine::format(const State& state) {
     char line[160];
     std::snprintf(line, sizeof(line), "calibrating %3d%%  frames %d  solves %d  last RMS %s  %d/%d s", state.percent,
                   state.frames, state.solves, rms, state.elapsedSeconds, state.totalSeconds);
-    return line;
+    if (state.people.empty()) return line;
+    return std::string(line) + "  | " + state.people;
 }
 
 void ProgressLine::update(const State& state, bool important) {
