@@ -2,6 +2,7 @@
 // calibration built from the frames lands where the truth is.
 #include <gtest/gtest.h>
 
+#include "calibration/frame_assembler.hpp"
 #include "tests/calibration/crowd_room.hpp"
 
 namespace {
@@ -63,6 +64,38 @@ TEST(BodyAssociation, PersonLeavingAndComingBackUnderNewTracksIsPairedAgain) {
     // Through the calibration the new tracks pair again within seconds.
     EXPECT_GT(after, 50);
     EXPECT_LT(result.worstTranslation(), kTranslationTargetMm);
+}
+
+TEST(BodyAssociation, PairsPeopleOnTheAssemblersCommonClock) {
+    const pyra_sim::Scene scene = crowd::room(2, true);
+    calib::BodyAssociator associator;
+    calib::FrameAssembler assembler;
+    assembler.setAssociation([&associator](const calib::BodiesAtInstant& bodies) {
+        std::vector<calib::CameraBodies> frames = associator.associate(bodies);
+        for (calib::CameraBodies& earlier : associator.takeReleased()) frames.push_back(std::move(earlier));
+        return frames;
+    });
+    std::map<std::pair<int, int>, int> who;
+    int frames = 0, wrong = 0;
+    const uint64_t start = 1700000000ull * 1000000000ull;
+    for (int tick = 0; tick < 40 * 30; ++tick) {
+        for (const pyra_sim::CameraSettings& camera : scene.cameras) {
+            const uint64_t ns = start + uint64_t((tick + pyra_sim::cameraPhase(scene, camera) * 30) * 1e9 / 30);
+            std::vector<pyra_sim::ObservedTruth> truth;
+            const lum::Bodies bodies = pyra_sim::observe(scene, camera, ns, pyra_sim::ObservationOptions(), &truth);
+            for (size_t i = 0; i < truth.size(); ++i) who[{int(camera.serial), bodies.body_list[i].id}] = truth[i].id;
+            assembler.addBodies(int(camera.serial), bodies);
+        }
+        if (tick % 15 != 14) continue;
+        for (const calib::CameraBodies& frame : assembler.assemble()) {
+            std::set<int> people;
+            for (const auto& [camera, body] : frame) people.insert(who.at({camera, body.id}));
+            ++frames;
+            wrong += people.size() > 1;
+        }
+    }
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(frames, 100);
 }
 
 }  // namespace
