@@ -228,7 +228,8 @@ void BodyAssociator::confirmWithoutPoses(int cameraA, int cameraB, const std::ve
     std::map<LinkKey, Fit> fits;
     for (const LinkKey& key : present) fits[key] = fit(candidates_[key]);
     for (const auto& [key, f] : fits) {
-        if (!f.eligible || f.rms > options_.maxFitRms || f.shape > options_.maxShapeDifference) continue;
+        // Written so that a fit gone NaN on absurd coordinates never passes.
+        if (!f.eligible || !(f.rms <= options_.maxFitRms) || !(f.shape <= options_.maxShapeDifference)) continue;
         if (linked(key.first, cameraB) || linked(key.second, cameraA)) continue;
         // A rival sharing either track that fits nearly as well means two people who moved
         // alike (side by side, in step): nobody is paired until their paths part.
