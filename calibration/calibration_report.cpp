@@ -15,12 +15,6 @@ namespace {
 
 using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
 
-calib::PairPoses pairPoses(Poses& poses, const calib::CameraPairData& pair) {
-    auto& a = poses[pair.cameraA];
-    auto& b = poses[pair.cameraB];
-    return {a.q, a.t, b.q, b.t};
-}
-
 // Sum of squared unweighted residuals (m^2) and their count per camera, leaving out the
 // joints the floor step rewrote, so the figure measures the cameras and not that rewrite.
 void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std::map<int, double>& sums,
@@ -47,33 +41,19 @@ void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std:
 bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
                      std::map<int, Eigen::Matrix3d>& translation) {
     Poses poses = record.after;
-    std::vector<calib::PairPoses> blocks;
-    for (const calib::CameraPairData& pair : *record.pairs) blocks.push_back(pairPoses(poses, pair));
-    calib::PairEvaluator evaluator(record.pairs, blocks, record.robust, 2);
-    evaluator.setWeighted(record.weighted);
-    ceres::Problem::Options problemOptions;
-    problemOptions.evaluation_callback = &evaluator;
-    ceres::Problem problem(problemOptions);
-    for (size_t i = 0; i < blocks.size(); ++i)
-        problem.AddResidualBlock(evaluator.makeCostFunction(i), nullptr, const_cast<double*>(blocks[i].qA),
-                                 const_cast<double*>(blocks[i].tA), const_cast<double*>(blocks[i].qB),
-                                 const_cast<double*>(blocks[i].tB));
-    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
+    calib::PairProblem fast(record.pairs, poses, record.robust, 2, record.reference);
+    fast.evaluator().setWeighted(record.weighted);
+    ceres::Problem& problem = fast.problem();
     std::vector<std::pair<const double*, const double*>> wanted;
     for (auto& [camera, pose] : poses) {
-        if (!problem.HasParameterBlock(pose.q)) continue;
-        problem.SetManifold(pose.q, manifold);
-        if (camera == record.reference) {
-            problem.SetParameterBlockConstant(pose.q);
-            problem.SetParameterBlockConstant(pose.t);
-            continue;
-        }
+        if (camera == record.reference || !problem.HasParameterBlock(pose.q)) continue;
         wanted.push_back({pose.q, pose.q});
         wanted.push_back({pose.t, pose.t});
     }
+    calib::PairEvaluator& evaluator = fast.evaluator();
     evaluator.PrepareForEvaluation(true, true);
     double cost = 0;
-    for (size_t i = 0; i < blocks.size(); ++i) cost += 0.5 * evaluator.compressed(i).residual.squaredNorm();
+    for (size_t i = 0; i < record.pairs->size(); ++i) cost += 0.5 * evaluator.compressed(i).residual.squaredNorm();
 
     ceres::Covariance::Options options;
     options.algorithm_type = ceres::DENSE_SVD;

@@ -241,4 +241,45 @@ ceres::CostFunction* PairEvaluator::makeCostFunction(size_t pair) {
     return new CompressedPairCost(*this, pair);
 }
 
+namespace {
+
+std::vector<PairPoses> pairPoses(const std::vector<CameraPairData>& pairs, PoseMap& poses) {
+    std::vector<PairPoses> out;
+    for (const CameraPairData& pair : pairs) {
+        auto& a = poses[pair.cameraA];
+        auto& b = poses[pair.cameraB];
+        out.push_back({a.q, a.t, b.q, b.t});
+    }
+    return out;
+}
+
+ceres::Problem::Options withCallback(ceres::EvaluationCallback* callback) {
+    ceres::Problem::Options options;
+    options.evaluation_callback = callback;
+    return options;
+}
+
+}  // namespace
+
+PairProblem::PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, PoseMap& poses, bool robust,
+                         int numThreads, int reference)
+    : evaluator_(pairs, pairPoses(*pairs, poses), robust, numThreads), problem_(withCallback(&evaluator_)) {
+    for (size_t i = 0; i < pairs->size(); ++i) {
+        auto& a = poses[(*pairs)[i].cameraA];
+        auto& b = poses[(*pairs)[i].cameraB];
+        problem_.AddResidualBlock(evaluator_.makeCostFunction(i), nullptr, a.q, a.t, b.q, b.t);
+    }
+    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
+    bool used = false;
+    for (auto& [camera, pose] : poses) {
+        if (!problem_.HasParameterBlock(pose.q)) continue;
+        problem_.SetManifold(pose.q, manifold);
+        used = true;
+        if (camera != reference) continue;
+        problem_.SetParameterBlockConstant(pose.q);
+        problem_.SetParameterBlockConstant(pose.t);
+    }
+    if (!used) delete manifold;
+}
+
 }  // namespace calib

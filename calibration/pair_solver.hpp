@@ -3,6 +3,7 @@
 // and Gauss-Newton matrix as one robustified block per keypoint pair would.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include <ceres/ceres.h>
 
 #include "calibration/keypoint_pairs.hpp"
+#include "calibration/skeleton_align.hpp"
 
 namespace calib {
 
@@ -73,6 +75,24 @@ private:
     bool haveJacobians_ = false;
     bool valid_ = false;
     std::vector<CompressedPair> compressed_;
+};
+
+using PoseMap = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
+
+// The fast calibration problem on `poses`: one batched block per ordered camera pair, the
+// quaternion manifold on every camera in it, and the camera `reference` held fixed
+// (none when negative). `poses` must outlive it and keep its entries.
+class PairProblem {
+public:
+    PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, PoseMap& poses, bool robust,
+                int numThreads, int reference);
+
+    PairEvaluator& evaluator() { return evaluator_; }
+    ceres::Problem& problem() { return problem_; }
+
+private:
+    PairEvaluator evaluator_;
+    ceres::Problem problem_;
 };
 
 }  // namespace calib

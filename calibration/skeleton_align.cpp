@@ -2,10 +2,14 @@
 // The literal per-keypoint formulation is kept beside the fast one as its yardstick.
 #include "calibration/skeleton_align.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <vector>
 
+#include <Eigen/Geometry>
+
 #include "calibration/keypoint_pairs.hpp"
+#include "calibration/level_floor.hpp"
 #include "calibration/pair_solver.hpp"
 #include "calibration/solve_record.hpp"
 #include "lum/plane.hpp"
@@ -44,34 +48,6 @@ bool hasKeypoint(const lum::BodyData& body, int k) {
 
 }  // namespace
 
-SkeletonMulticameraCalibration::SkeletonMulticameraCalibration()
-    : weightByCovariance(std::make_shared<bool>(false)) {}
-
-SkeletonMulticameraCalibration::~SkeletonMulticameraCalibration() = default;
-
-SkeletonMulticameraCalibration::SkeletonMulticameraCalibration(const SkeletonMulticameraCalibration& other)
-    : frames(other.frames), cameraSeen(other.cameraSeen), calibratedPoses(other.calibratedPoses),
-      poses(other.poses), bodyFormat(other.bodyFormat), lastTimestamp(other.lastTimestamp),
-      isCollecting(other.isCollecting), framesAtLastCalibration(other.framesAtLastCalibration),
-      weightByCovariance(std::make_shared<bool>(*other.weightByCovariance)), solver(other.solver),
-      lastSolve(other.lastSolve) {}
-
-SkeletonMulticameraCalibration& SkeletonMulticameraCalibration::operator=(const SkeletonMulticameraCalibration& other) {
-    if (this == &other) return *this;
-    frames = other.frames;
-    cameraSeen = other.cameraSeen;
-    calibratedPoses = other.calibratedPoses;
-    poses = other.poses;
-    bodyFormat = other.bodyFormat;
-    lastTimestamp = other.lastTimestamp;
-    isCollecting = other.isCollecting;
-    framesAtLastCalibration = other.framesAtLastCalibration;
-    weightByCovariance = std::make_shared<bool>(*other.weightByCovariance);
-    solver = other.solver;
-    lastSolve = other.lastSolve;
-    return *this;
-}
-
 void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies) {
     for (const auto& [camera, body] : bodies) {
         frames[ts][camera] = body;
@@ -81,6 +57,10 @@ void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map
 }
 
 bool SkeletonMulticameraCalibration::calibrate() {
+    return model == Model::Refined ? calibrateRefined() : calibrateClassic();
+}
+
+bool SkeletonMulticameraCalibration::calibrateClassic() {
     const auto start = std::chrono::steady_clock::now();
     const bool robust = !poses.empty();
     *weightByCovariance = false;
@@ -103,56 +83,38 @@ bool SkeletonMulticameraCalibration::calibrate() {
     const FloorKeypoints rewritten = floorKeypoints(bodyFormat);
     record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
 
-    ceres::Problem::Options problemOptions;
     ceres::Solver::Options options = getSolverOptions();
-    std::unique_ptr<calib::PairEvaluator> evaluator;
+    const int referenceCamera = poses.begin()->first;
+    std::unique_ptr<calib::PairProblem> fast;
+    std::unique_ptr<ceres::Problem> literal;
     if (solver == Solver::Fast) {
-        std::vector<calib::PairPoses> pairPoses;
-        for (const calib::CameraPairData& pair : *pairs) {
-            PoseStruct& a = poses[pair.cameraA];
-            PoseStruct& b = poses[pair.cameraB];
-            pairPoses.push_back({a.q, a.t, b.q, b.t});
-        }
-        evaluator = std::make_unique<calib::PairEvaluator>(pairs, std::move(pairPoses), robust, kThreads);
-        problemOptions.evaluation_callback = evaluator.get();
-    }
-    ceres::Problem problem(problemOptions);
-    if (solver == Solver::Fast) {
-        for (size_t i = 0; i < pairs->size(); ++i) {
-            PoseStruct& a = poses[(*pairs)[i].cameraA];
-            PoseStruct& b = poses[(*pairs)[i].cameraB];
-            problem.AddResidualBlock(evaluator->makeCostFunction(i), nullptr, a.q, a.t, b.q, b.t);
-        }
+        fast = std::make_unique<calib::PairProblem>(pairs, poses, robust, kThreads, referenceCamera);
     } else {
+        literal = std::make_unique<ceres::Problem>();
         ceres::LossFunction* loss = robust ? getLoss() : nullptr;  // one, shared by every block
         calib::forEachKeypointPair(frames, [&](lum::Timestamp, int cameraA, int cameraB, Eigen::Vector3d a,
                                                Eigen::Vector3d b, Eigen::Matrix3d weight, int) {
             PoseStruct& poseA = poses[cameraA];
             PoseStruct& poseB = poses[cameraB];
-            problem.AddResidualBlock(createResidualBlock(a, b, weight, weightByCovariance), loss, poseA.q,
-                                     poseA.t, poseB.q, poseB.t);
+            literal->AddResidualBlock(createResidualBlock(a, b, weight, weightByCovariance), loss, poseA.q,
+                                      poseA.t, poseB.q, poseB.t);
         });
+        ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
+        for (const auto& [camera, seen] : cameraSeen)
+            if (literal->HasParameterBlock(poses[camera].q)) literal->SetManifold(poses[camera].q, manifold);
+        PoseStruct& reference = poses.begin()->second;
+        if (literal->HasParameterBlock(reference.q)) {
+            literal->SetParameterBlockConstant(reference.q);
+            literal->SetParameterBlockConstant(reference.t);
+        }
     }
-
-    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
-    bool manifoldUsed = false;
-    for (const auto& [camera, seen] : cameraSeen) {
-        if (!problem.HasParameterBlock(poses[camera].q)) continue;
-        problem.SetManifold(poses[camera].q, manifold);
-        manifoldUsed = true;
-    }
-    if (!manifoldUsed) delete manifold;
-    PoseStruct& reference = poses.begin()->second;
-    if (problem.HasParameterBlock(reference.q)) {
-        problem.SetParameterBlockConstant(reference.q);
-        problem.SetParameterBlockConstant(reference.t);
-    }
+    ceres::Problem& problem = fast ? fast->problem() : *literal;
 
     ceres::Solver::Summary summary;
     ceres::Solve(options, &problem, &summary);
     if (summary.IsSolutionUsable()) {
         *weightByCovariance = true;
-        if (evaluator) evaluator->setWeighted(true);
+        if (fast) fast->evaluator().setWeighted(true);
         record->weighted = true;
         ceres::Solve(options, &problem, &summary);
     }
@@ -191,6 +153,81 @@ bool SkeletonMulticameraCalibration::calibrate() {
 
     calibratedPoses.clear();
     for (const auto& [camera, seen] : cameraSeen) calibratedPoses[camera] = world * toTransform(poses[camera]);
+    return true;
+}
+
+bool SkeletonMulticameraCalibration::calibrateRefined() {
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& [camera, seen] : cameraSeen)
+        if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
+    framesAtLastCalibration = int(frames.size());
+
+    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames, &droppedKeypoints);
+    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::toCameraPairs(framePairs));
+    size_t joints = 0;
+    for (const calib::FramePair& pair : framePairs) joints += pair.joints.size();
+    // The same minimum as the classic model, which counts each joint pair twice.
+    if (2 * int(joints) < kMinimumResidualBlocks) return false;
+
+    const int reference = poses.begin()->first;
+    auto record = std::make_shared<calib::SolveRecord>();
+    record->pairs = pairs;
+    record->before = poses;
+    record->reference = reference;
+    record->robust = true;
+    record->weighted = true;
+    record->frames = int(frames.size());
+    record->residualBlocks = 2 * int(joints);
+
+    // A first solve starts from nowhere: the classic least squares finds the basin, the
+    // refined rounds then settle weights and biases.
+    const bool cold = biases.empty();
+    if (cold) {
+        calib::PairProblem classic(pairs, poses, false, kThreads, reference);
+        ceres::Solver::Summary summary;
+        ceres::Solve(getSolverOptions(), &classic.problem(), &summary);
+        if (!summary.IsSolutionUsable()) return false;
+    }
+    std::map<int, calib::CameraUnknowns> unknowns;
+    for (const auto& [camera, pose] : poses) {
+        calib::CameraUnknowns& u = unknowns[camera];
+        std::copy(pose.q, pose.q + 4, u.q);
+        std::copy(pose.t, pose.t + 3, u.t);
+        auto bias = biases.find(camera);
+        u.bias = refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
+    }
+    const bool usable = calib::solveRefined(framePairs, unknowns, reference, refined, cold ? 3 : 1);
+    record->usable = usable;
+    if (usable) {
+        for (const auto& [camera, u] : unknowns) {
+            std::copy(u.q, u.q + 4, poses[camera].q);
+            std::copy(u.t, u.t + 3, poses[camera].t);
+            biases[camera] = u.bias;
+        }
+    }
+    record->after = poses;
+    record->seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    lastSolve = record;
+    if (!usable) return false;
+
+    Eigen::Isometry3d world = Eigen::Isometry3d::Identity();
+    if (levelFloor) {
+        const calib::FloorFit floor = calib::levelFloor(frames, unknowns, reference, bodyFormat, refined.ankleHeight);
+        if (floor.found) world = floor.worldFromReference;
+    }
+    calibratedPoses.clear();
+    for (const auto& [camera, seen] : cameraSeen) {
+        const PoseStruct& pose = poses[camera];
+        const Eigen::Quaterniond q(world.linear() * Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]));
+        const Eigen::Vector3d t = world * Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);
+        PoseStruct leveled;
+        leveled.q[0] = q.x();
+        leveled.q[1] = q.y();
+        leveled.q[2] = q.z();
+        leveled.q[3] = q.w();
+        std::copy(t.data(), t.data() + 3, leveled.t);
+        calibratedPoses[camera] = toTransform(leveled);
+    }
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include <Eigen/Core>
 #include <ceres/ceres.h>
 
+#include "calibration/refined_solver.hpp"
 #include "lum/records.hpp"
 
 namespace lum {
@@ -54,6 +55,18 @@ namespace calib {
 struct SolveRecord;
 }
 
+// A flag shared by the residual functors of one problem. A copy of its owner gets a flag
+// of its own (same value), so a copy can be solved on another thread while the original
+// keeps collecting.
+struct OwnedFlag : std::shared_ptr<bool> {
+    OwnedFlag() : std::shared_ptr<bool>(std::make_shared<bool>(false)) {}
+    OwnedFlag(const OwnedFlag& other) : std::shared_ptr<bool>(std::make_shared<bool>(*other)) {}
+    OwnedFlag& operator=(const OwnedFlag& other) {
+        std::shared_ptr<bool>::operator=(std::make_shared<bool>(*other));
+        return *this;
+    }
+};
+
 class SkeletonMulticameraCalibration {
 public:
     struct PoseStruct {
@@ -69,27 +82,34 @@ public:
     lum::Timestamp lastTimestamp = 0;
     bool isCollecting = false;
     int framesAtLastCalibration = 0;
-    // Read by every residual functor of a problem. A copy of this object gets its own
-    // flag (same value), so a copy can be solved on another thread while the original
-    // keeps collecting.
-    std::shared_ptr<bool> weightByCovariance;
+    // Read by every residual functor of a Classic problem.
+    OwnedFlag weightByCovariance;
 
     // The literal formulation (one automatically differentiated block per keypoint pair)
     // is kept as the yardstick the fast one is checked and measured against.
     enum class Solver { Fast, Reference };
     Solver solver = Solver::Fast;
 
+    // Classic: poses only, residuals in camera A's frame, only the floor height corrected.
+    // Refined: poses and each camera's depth bias, joints compared in the world with both
+    // covariances, and a level world frame; its stored frames are never rewritten.
+    enum class Model { Classic, Refined };
+    Model model = Model::Classic;
+    calib::RefinedOptions refined;
+    bool levelFloor = true;  // Refined: level world frame (else the reference camera's own)
+    std::map<int, double> biases;  // Refined: metres toward each camera along its rays
+    int droppedKeypoints = 0;      // Refined: joints left out of the last solve (unusable covariance)
+
     // What the last solve saw and produced, for makeCalibrationReport(); immutable and
     // shared between copies.
     std::shared_ptr<const calib::SolveRecord> lastSolve;
 
-    SkeletonMulticameraCalibration();
-    ~SkeletonMulticameraCalibration();
-    SkeletonMulticameraCalibration(const SkeletonMulticameraCalibration& other);
-    SkeletonMulticameraCalibration& operator=(const SkeletonMulticameraCalibration& other);
-
     void addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies);
     bool calibrate();
+
+private:
+    bool calibrateClassic();
+    bool calibrateRefined();
 };
 
 ceres::CostFunction* createResidualBlock(Eigen::Vector3d& pointA, Eigen::Vector3d& pointB,

@@ -77,27 +77,19 @@ TEST(SkeletonResidual, BatchedPairsMatchPerKeypointBlocks) {
     for (bool robustWeighted : {false, true}) {
         auto flag = std::make_shared<bool>(robustWeighted);
         ceres::Problem reference;
-        std::vector<calib::PairPoses> blocks;
         for (const calib::CameraPairData& pair : *pairs) {
             auto& a = poses[pair.cameraA];
             auto& b = poses[pair.cameraB];
-            blocks.push_back({a.q, a.t, b.q, b.t});
             for (calib::KeypointPair p : pair.pairs)
                 reference.AddResidualBlock(createResidualBlock(p.a, p.b, p.weight, flag),
                                            robustWeighted ? getLoss() : nullptr, a.q, a.t, b.q, b.t);
         }
-        calib::PairEvaluator evaluator(pairs, blocks, robustWeighted, 2);
-        evaluator.setWeighted(robustWeighted);
-        ceres::Problem::Options batchedOptions;
-        batchedOptions.evaluation_callback = &evaluator;
-        ceres::Problem batched(batchedOptions);
-        for (size_t i = 0; i < blocks.size(); ++i)
-            batched.AddResidualBlock(evaluator.makeCostFunction(i), nullptr, poses[(*pairs)[i].cameraA].q,
-                                     poses[(*pairs)[i].cameraA].t, poses[(*pairs)[i].cameraB].q,
-                                     poses[(*pairs)[i].cameraB].t);
+        for (auto& [camera, pose] : poses) reference.SetManifold(pose.q, new ceres::EigenQuaternionManifold);
+        calib::PairProblem fast(pairs, poses, robustWeighted, 2, -1);
+        fast.evaluator().setWeighted(robustWeighted);
+        ceres::Problem& batched = fast.problem();
         auto evaluate = [&](ceres::Problem& problem, double& cost, std::vector<double>& gradient,
                             Eigen::MatrixXd& normal) {
-            for (auto& [camera, pose] : poses) problem.SetManifold(pose.q, new ceres::EigenQuaternionManifold);
             ceres::CRSMatrix jacobian;
             ASSERT_TRUE(problem.Evaluate(ceres::Problem::EvaluateOptions(), &cost, nullptr, &gradient, &jacobian));
             Eigen::MatrixXd j = Eigen::MatrixXd::Zero(jacobian.num_rows, jacobian.num_cols);

@@ -1,0 +1,82 @@
+// The refined skeleton calibration: camera poses and each camera's depth bias along its
+// viewing rays, joints compared in the world with weights from both cameras' covariances.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include <Eigen/Core>
+#include <ceres/ceres.h>
+
+#include "calibration/keypoint_pairs.hpp"
+
+namespace calib {
+
+struct RefinedOptions {
+    bool estimateBias = true;
+    // Trackers report joints on the visible surface, a few centimetres in front of the
+    // joint centre; further than this either way is not a bias but a broken camera.
+    double minBias = -0.02;
+    double maxBias = 0.10;
+    // Spread of the joint definition itself between two views (metres), added to every
+    // camera's reported covariance: two trackers never agree on a joint closer than this.
+    double jointSigma = 0.01;
+    // Residuals beyond this many standard deviations count linearly (Huber).
+    double huberSigmas = 2.5;
+    // Height of the ankle keypoints above the floor on a planted foot: where our trackers
+    // put the ankle, just above the sole.
+    double ankleHeight = 0.02;
+};
+
+// One joint seen by two cameras at the same instant, each in its own frame.
+struct JointPair {
+    Eigen::Vector3d a = Eigen::Vector3d::Zero(), b = Eigen::Vector3d::Zero();
+    Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();  // where a depth bias moves them
+    Eigen::Matrix3d covarianceA = Eigen::Matrix3d::Zero(), covarianceB = Eigen::Matrix3d::Zero();
+    int keypoint = -1;
+};
+
+// Every joint two cameras share in one frame, with the square-root weights of this round.
+struct FramePair {
+    int cameraA = 0, cameraB = 0;
+    std::vector<JointPair> joints;
+    std::vector<Eigen::Matrix3d> weights;  // W with W^T W = information of the difference
+};
+
+// Every frame's joint pairs (each unordered camera pair once); joints with an unusable
+// covariance are left out and counted.
+std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped = nullptr);
+
+// The same joints as unweighted keypoint pairs of the classic problem (both orders).
+std::vector<CameraPairData> toCameraPairs(const std::vector<FramePair>& pairs);
+
+struct CameraUnknowns {
+    double q[4] = {0, 0, 0, 1};  // x, y, z, w: camera to reference
+    double t[3] = {0, 0, 0};
+    double bias = 0;  // metres toward the camera
+};
+
+// r = W ((RA (a + bA rayA) + tA) - (RB (b + bB rayB) + tB)) over every joint of one frame
+// pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians.
+class FramePairCost : public ceres::CostFunction {
+public:
+    explicit FramePairCost(const FramePair& pair);
+    bool Evaluate(double const* const* parameters, double* residuals, double** jacobians) const override;
+
+private:
+    const FramePair& pair_;
+};
+
+// Recomputes every joint's weight at the given unknowns: the information of the
+// difference (both covariances turned into the world), times the Huber weight of its
+// current residual.
+void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
+              const RefinedOptions& options);
+
+// Solves poses (and biases) from the current unknowns, which should already be close:
+// reweighting rounds, each a plain least-squares solve. The camera `reference` keeps its
+// pose. False when a solve gave no usable result.
+bool solveRefined(std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                  const RefinedOptions& options, int rounds);
+
+}  // namespace calib
