@@ -19,6 +19,7 @@ struct Options {
     pyra_sim::Scene scene;
     double seconds = 90;
     bool associate = true;        // false: only cameras that see exactly one person
+    SkeletonMulticameraCalibration::Model model = SkeletonMulticameraCalibration::Model::Classic;
     double calibrateEvery = 0.5;  // seconds between solves, each after more than ten new frames
     // Whether camera `serial` reports person `person` at `seconds` (default: always).
     std::function<bool(unsigned serial, int person, double seconds)> reports;
@@ -54,6 +55,7 @@ inline Result run(const Options& options) {
     calib::BodyAssociator associator;
     SkeletonMulticameraCalibration calibration;
     calibration.bodyFormat = 0;
+    calibration.model = options.model;
     Result result;
     const uint64_t start = 1700000000ull * 1000000000ull;
     double lastSolve = -1e9;
