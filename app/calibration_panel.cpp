@@ -85,6 +85,12 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     framesLabel_->setProperty("role", "muted");
     layout->addWidget(framesLabel_);
 
+    peopleLabel_ = new QLabel(this);
+    peopleLabel_->setObjectName("report_people");
+    peopleLabel_->setProperty("role", "muted");
+    peopleLabel_->setWordWrap(true);
+    layout->addWidget(peopleLabel_);
+
     table_ = new QTableWidget(0, 4, this);
     table_->setObjectName("report_table");
     table_->setHorizontalHeaderLabels({tr("Camera"), tr("Shared frames"), tr("Residual, ±1σ"), tr("State")});
@@ -99,8 +105,8 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     table_->setWordWrap(true);
     layout->addWidget(table_, 1);
 
-    auto* legend = new QLabel(tr("Shared frames: frames in which this camera and another one each saw exactly one "
-                                 "person. Residual: distance between matching joints after the solve. "
+    auto* legend = new QLabel(tr("Shared frames: frames in which this camera and another one saw the same person. "
+                                 " Residual: distance between matching joints after the solve. "
                                  "Uncertainty: one standard deviation of the camera's rotation and position."),
                               this);
     legend->setWordWrap(true);
@@ -119,6 +125,7 @@ void CalibrationPanel::clear() {
     report_ = CalibrationReport();
     concluded_ = false;
     frames_ = 0;
+    peopleLabel_->clear();
     refresh();
 }
 
@@ -139,6 +146,10 @@ void CalibrationPanel::setReport(CalibrationReport report) {
 void CalibrationPanel::setFrameCount(int frames) {
     frames_ = frames;
     framesLabel_->setText(tr("%1 frames collected, %2 used by the last solve").arg(frames_).arg(report_.frames));
+}
+
+void CalibrationPanel::setCameraPeople(std::vector<calib::CameraPeople> cameras) {
+    peopleLabel_->setText(tr("In view: %1").arg(QString::fromStdString(calib::describe(cameras))));
 }
 
 void CalibrationPanel::refresh() {
@@ -188,7 +199,7 @@ void CalibrationPanel::refresh() {
                               .arg(clr::success.name())
                               .arg(total));
     else if (!report_.usable)
-        summary_->setText(tr("Walk through the room, one person at a time, so that several cameras see you at once. "
+        summary_->setText(tr("Walk through the room so that several cameras see you at once; others may walk too. "
                              "A first result comes after a few seconds."));
     else
         summary_->setText(tr("<font color=%1>%2 of %3 cameras still need data: see the State column.</font>")

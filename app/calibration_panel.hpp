@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 
 class QLabel;
@@ -52,6 +53,7 @@ public:
 public slots:
     void setReport(CalibrationReport report);
     void setFrameCount(int frames);
+    void setCameraPeople(std::vector<calib::CameraPeople> cameras);
 
 private:
     void refresh();
@@ -63,5 +65,6 @@ private:
     bool concluded_ = false;
     QLabel* summary_ = nullptr;
     QLabel* framesLabel_ = nullptr;
+    QLabel* peopleLabel_ = nullptr;
     QTableWidget* table_ = nullptr;
 };

@@ -108,6 +108,7 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::updateFusionError, this, &MainWindow::updateFusionErrorLabel);
     connect(&fusion, &FusionWorker::incCalib, this, &MainWindow::calibprogress);
     connect(&fusion, &FusionWorker::calibrationReport, this, &MainWindow::onCalibrationReport);
+    connect(&fusion, &FusionWorker::cameraPeople, ui->report_panel, &CalibrationPanel::setCameraPeople);
 }
 
 void MainWindow::updateUI() {

@@ -116,10 +116,21 @@ void FusionWorker::collectSkeletons() {
     const int64_t now = nowNs();
     if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
     if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
+        // Moments with nobody to pair do not move lastTimestamp, so the association keeps
+        // its own pace.
+        if (now / 1000000 - lastAssociationMs <= 499) return;
+        lastAssociationMs = now / 1000000;
+        if (!calibration.calibratedPoses.empty()) associator.setPoses(calibration.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
-        if (!people.empty()) frame = people.front();
+        emit cameraPeople(associator.cameraPeople());
+        // One frame per person; a nanosecond apart keeps them distinct in the store.
+        for (size_t i = 0; i < people.size(); ++i) {
+            std::map<int, lum::BodyData> person = people[i];
+            calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now) + i), person);
+        }
+    } else if (frame.size() >= 2) {
+        calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
     }
-    if (frame.size() >= 2) calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
     const int frames = static_cast<int>(calibration.frames.size());
     calibrationFrames = frames;
 
@@ -260,6 +271,8 @@ calib::KeypointDrops FusionWorker::droppedKeypoints() const {
 }
 
 void FusionWorker::resetCalibration() {
+    associator.clear();
+    lastAssociationMs = 0;
     calibration.calibratedPoses.clear();
     calibration.frames.clear();
     calibration.lastTimestamp = 0;

@@ -22,7 +22,15 @@ PromptMessage nothingToSaveMessage() {
 FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::make_shared<lum::Fusion>()) {
     registerSharedMetaTypes();
     qRegisterMetaType<CalibrationReport>("CalibrationReport");
+    qRegisterMetaType<CameraPeopleList>("CameraPeopleList");
     setPrompts(std::move(prompts_));
+    // Several people: the assembler's moments go through the cross-camera association, and
+    // the frames it held back until a pairing was confirmed come out with them.
+    frameAssembler.setAssociation([this](const calib::BodiesAtInstant& bodies) {
+        std::vector<calib::CameraBodies> frames = associator.associate(bodies);
+        for (calib::CameraBodies& earlier : associator.takeReleased()) frames.push_back(std::move(earlier));
+        return frames;
+    });
 }
 
 FusionWorker::~FusionWorker() { close(); }

@@ -15,6 +15,7 @@
 
 #include "core/shared_records.hpp"
 #include "core/user_prompts.hpp"
+#include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 #include "calibration/frame_assembler.hpp"
 #include "calibration/skeleton_align.hpp"
@@ -41,6 +42,8 @@ PromptMessage nothingToSaveMessage();
 // several people add nothing, so a frame only pairs cameras sure to see the same person.
 std::map<int, lum::BodyData> singlePersonFrame(const std::vector<lum::CameraIdentifier>& cameras,
                                                const std::map<lum::CameraIdentifier, lum::Bodies>& bodies);
+
+using CameraPeopleList = std::vector<calib::CameraPeople>;
 
 class FusionWorker : public QThread {
     Q_OBJECT
@@ -99,6 +102,9 @@ signals:
     void closed();
     // After every solve, usable or not.
     void calibrationReport(CalibrationReport report);
+    // Every 500 ms while collecting with the body association on: per camera, how many
+    // people it sees and whether its bodies are used.
+    void cameraPeople(CameraPeopleList cameras);
 
 protected:
     void run() override;
@@ -136,6 +142,8 @@ private:
     std::vector<int> savedSerials;
     std::vector<lum::FusionConfiguration> configurations;
     int64_t lastErrorReport = 0;
+    calib::BodyAssociator associator;
+    int64_t lastAssociationMs = 0;
 
     CalibrationRunner solver;
     std::atomic<int> calibrationFrames{0};
@@ -145,3 +153,4 @@ private:
 };
 
 Q_DECLARE_METATYPE(CalibrationReport)
+Q_DECLARE_METATYPE(CameraPeopleList)

@@ -56,6 +56,8 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
     });
     connect(&worker, &FusionWorker::incCalib, this, [this](int value) { percent = value; });
     connect(&worker, &FusionWorker::calibrationReport, this, &CalibrationSession::onReport);
+    connect(&worker, &FusionWorker::cameraPeople, this,
+            [this](const CameraPeopleList& cameras) { people = calib::describe(cameras); });
     // Emitted on this thread from finishCalib(), once the save was attempted.
     connect(&worker, &FusionWorker::CalibrationConfigurationReady, this,
             [this] { configurationPublished = true; }, Qt::DirectConnection);
@@ -100,6 +102,7 @@ ProgressLine::State CalibrationSession::progressState() const {
     state.lastRmsMm = lastRmsMm;
     state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
     state.totalSeconds = options.seconds;
+    state.people = people;
     return state;
 }
 

@@ -52,4 +52,5 @@ private:
     int solves = 0;
     std::optional<CalibrationReport> lastUsable;
     std::optional<double> lastRmsMm;
+    std::string people;
 };

@@ -32,7 +32,8 @@ std::string ProgressLine::format(const State& state) {
     char line[200];
     std::snprintf(line, sizeof(line), "calibrating  frames %d  %s  solves %d  last RMS %s  %d/%d s", state.frames,
                   next, state.solves, rms, state.elapsedSeconds, state.totalSeconds);
-    return line;
+    if (state.people.empty()) return line;
+    return std::string(line) + "  | " + state.people;
 }
 
 void ProgressLine::update(const State& state, bool important) {

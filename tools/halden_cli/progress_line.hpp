@@ -14,6 +14,7 @@ public:
         std::optional<double> lastRmsMm;
         int elapsedSeconds = 0;
         int totalSeconds = 0;
+        std::string people;  // per camera: people in view and whether they are used
     };
 
     ProgressLine();

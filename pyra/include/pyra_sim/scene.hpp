@@ -54,6 +54,11 @@ struct PeopleSettings {
     float minSpeed = 0.9f;  // metres per second
     float maxSpeed = 1.4f;
     float pauseProbability = 0.25f;  // per walk segment
+    // Person 2k + 1 walks the mirror image (about x = 0) of person 2k's route, offset by
+    // crossingOffset along z, so that the two meet face to face that far apart.
+    bool crossing = false;
+    float crossingOffset = 0.4f;
+    int standing = 0;  // the last `standing` people stand still at their first waypoint
 };
 
 struct Scene {

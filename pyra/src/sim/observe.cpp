@@ -106,8 +106,9 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
         if (visible * 2 < n) continue;
 
         lum::BodyData body;
-        body.id = person.id;
-        body.unique_object_id = std::to_string(person.id);
+        // Each camera's tracker numbers people its own way; only the truth knows who is who.
+        body.id = int(hashKey({camera.serial, uint64_t(person.id), 0x5452414bULL}) % (1u << 30));
+        body.unique_object_id = std::to_string(body.id);
         body.tracking_state = lum::OBJECT_TRACKING_STATE::OK;
         body.keypoint.assign(n, lum::Vector3f(nan, nan, nan));
         body.keypoint_confidence.assign(n, 0.f);

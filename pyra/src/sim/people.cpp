@@ -205,9 +205,21 @@ std::vector<int> mirrorOf(const std::vector<int>& joints) {
 
 PersonPose personAt(const Scene& scene, int index, double seconds) {
     Walker w = walker(scene, index);
-    double t = seconds + w.clockOffset;
+    const bool mirrored = scene.people.crossing && index % 2 == 1;
+    const int leader = mirrored ? index - 1 : index;
+    const Walker lead = walker(scene, leader);
+    double t = seconds + lead.clockOffset;
     int64_t k = int64_t(std::floor(t / kSegmentSeconds));
-    SegmentState s = segmentState(scene, index, w, k, t - double(k) * kSegmentSeconds);
+    SegmentState s = segmentState(scene, leader, lead, k, t - double(k) * kSegmentSeconds);
+    if (mirrored) {
+        s.position = lum::Vector3f(-s.position.x, 0.f, s.position.z + scene.people.crossingOffset);
+        s.heading = -s.heading;
+    }
+    if (index >= scene.people.count - scene.people.standing) {
+        s = SegmentState();
+        s.position = waypoint(scene, index, 0);
+        s.heading = std::atan2(double(-s.position.x), double(-s.position.z));  // facing the room's centre
+    }
 
     double stride = 0.8 * w.height;  // one full cycle: a step of each leg
     Skeleton local = bodyFrameJoints(w.height, 2.0 * kPi * s.distance / stride, s.amplitude);

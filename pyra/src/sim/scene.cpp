@@ -219,6 +219,9 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
         in.number(*p, "min_speed", "people.", s.people.minSpeed, 0.1, 3.0);
         in.number(*p, "max_speed", "people.", s.people.maxSpeed, 0.1, 3.0);
         in.number(*p, "pause_probability", "people.", s.people.pauseProbability, 0.0, 1.0);
+        in.boolean(*p, "crossing", "people.", s.people.crossing);
+        in.number(*p, "crossing_offset", "people.", s.people.crossingOffset, 0.0, 5.0);
+        in.number(*p, "standing", "people.", s.people.standing, 0.0, 50.0);
         if (s.people.maxHeight < s.people.minHeight) in.fail("people.max_height", "must not be below \"min_height\"");
         if (s.people.maxSpeed < s.people.minSpeed) in.fail("people.max_speed", "must not be below \"min_speed\"");
     }
