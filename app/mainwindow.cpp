@@ -79,6 +79,16 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::updateFusionError, this, &MainWindow::updateFusionErrorLabel);
     connect(&fusion, &FusionWorker::incCalib, this, &MainWindow::calibprogress);
     connect(&fusion, &FusionWorker::calibrationReport, ui->report_panel, &CalibrationPanel::setReport);
+    connect(&fusion, &FusionWorker::cameraMoved, this, [this](int serial, double rotationDeg, double shiftMm) {
+        movedMessage = prompts->show(
+            {tr("Camera moved"),
+             tr("Camera %1 no longer agrees with the others: it seems to have turned by about %2° and moved by "
+                "about %3 mm since the calibration. Fix it in place and calibrate the room again.")
+                 .arg(serial)
+                 .arg(rotationDeg, 0, 'f', 1)
+                 .arg(shiftMm, 0, 'f', 0),
+             PromptIcon::Warning});
+    });
 }
 
 void MainWindow::updateUI() {

@@ -66,5 +66,7 @@ private:
     QTimer timer;
     std::unique_ptr<Ui::MainWindow> ui;
     std::shared_ptr<UserPrompts> prompts;
+    // The last "camera moved" note, kept so that it stays on screen until dismissed.
+    std::shared_ptr<ShownMessage> movedMessage;
     WSCreator* wsCreator = nullptr;
 };

@@ -16,6 +16,7 @@
 #include "core/shared_records.hpp"
 #include "core/user_prompts.hpp"
 #include "calibration/calibration_report.hpp"
+#include "calibration/drift_monitor.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/calibration_runner.hpp"
 #include "fusion/pyra_worker.hpp"
@@ -84,6 +85,9 @@ signals:
     void closed();
     // After every solve, usable or not.
     void calibrationReport(CalibrationReport report);
+    // While the room runs on its calibration: a camera no longer agrees with the others
+    // the way it did, having turned and moved by about this much.
+    void cameraMoved(int serial, double rotationDeg, double shiftMm);
 
 protected:
     void run() override;
@@ -94,6 +98,9 @@ private:
     void processFrame();
     void collectSkeletons();
     void applySolvedCalibration();
+    void showThroughCalibration();
+    void watchForDrift();
+    void restartDriftWatch();
     void waitUntilHidden(const PromptMessage& message);
     void resetCalibration();
     void recordLoopTiming(int64_t callStartNs, int64_t previousCallStartNs, int64_t previousReturnNs);
@@ -121,6 +128,8 @@ private:
     int64_t lastErrorReport = 0;
 
     CalibrationRunner solver;
+    DriftMonitor driftMonitor;
+    uint64_t lastDriftFrameNs = 0;
     std::atomic<int> calibrationFrames{0};
     std::shared_ptr<UserPrompts> prompts;
     mutable std::mutex timingMutex;

@@ -26,6 +26,7 @@ const char* cliHelpText() {
     return R"(Usage:
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
+  halden-cli monitor --room FILE [--seconds N]
   halden-cli devices
   halden-cli --help
 
@@ -41,6 +42,9 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while one 
   --depth-mode N     depth mode of the cameras, 1 (fastest) to 5 (finest), default 4
   --body-model N     body tracking model, 0 fast, 1 medium, 2 accurate, default 0
   --confidence N     body detection confidence threshold, 0 to 100, default 50
+monitor      Runs a calibrated room (a file saved by calibrate) and reports every camera
+             that moves away from its calibrated pose, with how far it moved, until
+             --seconds have passed (default 60) or Ctrl-C.
 devices      Lists the cameras plugged into this computer.
 
 Progress (percent toward the next solve, frames collected, solves, last RMS residual)
@@ -54,6 +58,7 @@ Exit status:
   4  the fusion could not start (fewer than two cameras opened or subscribed)
   5  nothing to save: no calibration could be computed from what was collected
   6  the calibration or the report could not be written
+  7  monitor: a camera moved
 )";
 }
 
@@ -78,12 +83,24 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
     const QStringList positional = parser.positionalArguments();
     if (parser.isSet("help")) return options;
     if (positional.size() != 1) {
-        problem = positional.isEmpty() ? "a command is needed: calibrate or devices" : "only one command at a time";
+        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor or devices" : "only one command at a time";
         return std::nullopt;
     }
     const QString command = positional.front();
     if (command == "devices") {
         options.command = CliOptions::Command::Devices;
+        return options;
+    }
+    if (command == "monitor") {
+        options.command = CliOptions::Command::Monitor;
+        options.params.depthMode = 4;
+        options.params.detectionConfidence = 50;
+        options.roomFile = parser.value("room").toStdString();
+        if (options.roomFile.empty()) {
+            problem = "monitor needs --room FILE, a calibrated room";
+            return std::nullopt;
+        }
+        if (!readInt(parser, "seconds", 1, 7 * 24 * 3600, options.seconds, problem)) return std::nullopt;
         return options;
     }
     if (command != "calibrate") {

@@ -17,10 +17,11 @@ enum CliStatus : int {
     kFusionNotStarted = 4,
     kNothingToSave = 5,
     kWriteFailed = 6,
+    kCameraMoved = 7,
 };
 
 struct CliOptions {
-    enum class Command { Help, Devices, Calibrate };
+    enum class Command { Help, Devices, Calibrate, Monitor };
     Command command = Command::Help;
     std::string roomFile;  // empty with --usb
     bool usb = false;

@@ -8,6 +8,7 @@
 
 #include "tools/halden_cli/calibration_session.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/monitor_session.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -73,6 +74,16 @@ int main(int argc, char** argv) {
 
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
+    if (options->command == CliOptions::Command::Monitor) {
+        MonitorSession monitor(*options, std::move(room));
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, [&monitor] {
+            if (interrupted) monitor.interrupt();
+        });
+        poll.start(100);
+        monitor.start();
+        return app.exec();
+    }
     CalibrationSession session(*options, std::move(room));
     QTimer signalPoll;
     QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
