@@ -126,6 +126,7 @@ void CalibrationPanel::refresh() {
     readiness_.assign(serials.size(), CameraReadiness::NoData);
     int good = 0;
     QStringList moved;
+    QStringList advices;  // what to do, camera by camera, under the summary
     for (size_t row = 0; row < serials.size(); ++row) {
         const int serial = serials[row];
         const auto found = std::find_if(report_.cameras.begin(), report_.cameras.end(),
@@ -151,7 +152,8 @@ void CalibrationPanel::refresh() {
         table_->setItem(r, 1, cell(shared.isEmpty() ? tr("none yet") : shared.join('\n')));
         table_->setItem(r, 2, cell(quality));
         const QString advice = QString::fromStdString(assessment.advice);
-        QTableWidgetItem* state = cell(stateName(assessment.readiness) + "\n" + advice, advice);
+        QTableWidgetItem* state = cell(stateName(assessment.readiness), advice);
+        if (assessment.readiness != CameraReadiness::Good && camera) advices << tr("%1: %2").arg(serial).arg(advice);
         state->setForeground(colourOf(assessment.readiness));
         table_->setItem(r, 3, state);
     }
@@ -171,9 +173,10 @@ void CalibrationPanel::refresh() {
         summary_->setText(tr("Walk through the room, one person at a time, so that several cameras see you at once. "
                              "A first result comes after a few seconds."));
     else
-        summary_->setText(tr("<font color=%1>%2 of %3 cameras still need data: see the State column.</font>")
+        summary_->setText(tr("<font color=%1>%2 of %3 cameras are not good yet.</font>")
                               .arg(clr::warning.name())
                               .arg(total - good)
-                              .arg(total));
+                              .arg(total) +
+                          "<br>" + advices.join("<br>"));
     setFrameCount(frames_);
 }

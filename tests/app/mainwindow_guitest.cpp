@@ -149,6 +149,7 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     QCOMPARE(panel.readinessAt(2), CameraReadiness::Good);
     QCOMPARE(panel.readinessAt(3), CameraReadiness::NeedsFrames);
     QVERIFY(panel.summaryText().contains("2 of 4 cameras"));
+    QVERIFY(panel.summaryText().contains("4: Keep walking where 4 and 2 both see you"));
 
     // Enough frames but a wide or unknown sigma is not good yet; an unusable solve never is.
     const CameraCalibrationReport wide = camera(5, {{1, 90}}, 0.1, 8.0);
