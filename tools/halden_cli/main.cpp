@@ -53,6 +53,18 @@ int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& r
     return 0;
 }
 
+// Runs a session to its end; Ctrl-C or a termination asks it to finish early.
+template <typename Session>
+int runSession(QCoreApplication& app, Session& session) {
+    QTimer signalPoll;
+    QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
+        if (interrupted) session.interrupt();
+    });
+    signalPoll.start(100);
+    session.start();
+    return app.exec();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -76,20 +88,8 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, onSignal);
     if (options->command == CliOptions::Command::Monitor) {
         MonitorSession monitor(*options, std::move(room));
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&monitor] {
-            if (interrupted) monitor.interrupt();
-        });
-        poll.start(100);
-        monitor.start();
-        return app.exec();
+        return runSession(app, monitor);
     }
     CalibrationSession session(*options, std::move(room));
-    QTimer signalPoll;
-    QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
-        if (interrupted) session.interrupt();
-    });
-    signalPoll.start(100);
-    session.start();
-    return app.exec();
+    return runSession(app, session);
 }
