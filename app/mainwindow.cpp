@@ -82,8 +82,8 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::cameraMoved, this, [this](int serial, double rotationDeg, double shiftMm) {
         movedMessage = prompts->show(
             {tr("Camera moved"),
-             tr("Camera %1 no longer agrees with the others: it seems to have turned by about %2° and moved by "
-                "about %3 mm since the calibration. Fix it in place and calibrate the room again.")
+             tr("Camera %1 no longer agrees with the others: since the calibration it seems to have turned by "
+                "about %2°, and what it sees has shifted by about %3 mm where people walk. Fix it in place and calibrate the room again.")
                  .arg(serial)
                  .arg(rotationDeg, 0, 'f', 1)
                  .arg(shiftMm, 0, 'f', 0),

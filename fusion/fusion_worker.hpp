@@ -86,8 +86,9 @@ signals:
     // After every solve, usable or not.
     void calibrationReport(CalibrationReport report);
     // While the room runs on its calibration: a camera no longer agrees with the others
-    // the way it did, having turned and moved by about this much.
-    void cameraMoved(int serial, double rotationDeg, double shiftMm);
+    // the way it did: it turned by about rotationDeg, and its joints landed about
+    // jointShiftMm away from where they did.
+    void cameraMoved(int serial, double rotationDeg, double jointShiftMm);
 
 protected:
     void run() override;

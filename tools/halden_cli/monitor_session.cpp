@@ -25,7 +25,7 @@ MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfi
     connect(&worker, &QThread::finished, this, failed);
     connect(&worker, &FusionWorker::cameraMoved, this, [this](int serial, double rotationDeg, double shiftMm) {
         ++moved;
-        std::printf("camera %d moved: about %.1f deg and %.0f mm since the calibration\n", serial, rotationDeg,
+        std::printf("camera %d moved: turned about %.1f deg, its view shifted about %.0f mm where people walk\n", serial, rotationDeg,
                     shiftMm);
         std::fflush(stdout);
     });
