@@ -15,15 +15,10 @@
 
 namespace {
 
-int mostSharedFrames(const CameraCalibrationReport& camera) {
-    int best = 0;
-    for (const auto& [other, frames] : camera.framesSharedWith) best = std::max(best, frames);
-    return best;
-}
-
 QColor colourOf(CameraReadiness readiness) {
     switch (readiness) {
-        case CameraReadiness::NoData: return clr::error;
+        case CameraReadiness::NoData:
+        case CameraReadiness::Moved: return clr::error;
         case CameraReadiness::NeedsFrames:
         case CameraReadiness::Uncertain: return clr::warning;
         case CameraReadiness::Good: return clr::success;
@@ -36,6 +31,7 @@ QString stateName(CameraReadiness readiness) {
         case CameraReadiness::NoData: return QObject::tr("No data");
         case CameraReadiness::NeedsFrames: return QObject::tr("Needs frames");
         case CameraReadiness::Uncertain: return QObject::tr("Settling");
+        case CameraReadiness::Moved: return QObject::tr("Moved");
         case CameraReadiness::Good: return QObject::tr("Good");
     }
     return QString();
@@ -49,21 +45,6 @@ QTableWidgetItem* cell(const QString& text, const QString& tip = QString()) {
 }
 
 }  // namespace
-
-CameraAssessment assessCamera(const CameraCalibrationReport* camera, bool usable,
-                              const ReadinessThresholds& thresholds) {
-    if (!camera || camera->residualBlocks == 0 || camera->framesSharedWith.empty())
-        return {CameraReadiness::NoData,
-                QObject::tr("Not yet seen together with another camera: walk where it and a neighbour both see you.")};
-    if (mostSharedFrames(*camera) < thresholds.minimumSharedFrames || !usable)
-        return {CameraReadiness::NeedsFrames, QObject::tr("Keep walking in its view; it needs more frames.")};
-    const bool finite = std::isfinite(camera->rotationSigmaDeg) && std::isfinite(camera->translationSigmaMm);
-    if (!finite || camera->rotationSigmaDeg > thresholds.maximumRotationSigmaDeg ||
-        camera->translationSigmaMm > thresholds.maximumTranslationSigmaMm)
-        return {CameraReadiness::Uncertain,
-                QObject::tr("Its pose is still uncertain; walk across its whole field of view.")};
-    return {CameraReadiness::Good, QObject::tr("Its pose is well determined.")};
-}
 
 CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     setObjectName("report_panel");
@@ -106,8 +87,9 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     layout->addWidget(table_, 1);
 
     auto* legend = new QLabel(tr("Shared frames: frames in which this camera and another one saw the same person. "
-                                 " Residual: distance between matching joints after the solve. "
-                                 "Uncertainty: one standard deviation of the camera's rotation and position."),
+                                 "Residual: distance between matching joints after the solve. "
+                                 "Uncertainty: one standard deviation of the camera's rotation and position, bias and "
+                                 "model error included (two halves of the walk are solved apart and compared)."),
                               this);
     legend->setWordWrap(true);
     legend->setProperty("role", "muted");
@@ -162,14 +144,17 @@ void CalibrationPanel::refresh() {
     table_->setRowCount(static_cast<int>(serials.size()));
     readiness_.assign(serials.size(), CameraReadiness::NoData);
     int good = 0;
+    QStringList moved;
+    QStringList advices;  // what to do, camera by camera, under the summary
     for (size_t row = 0; row < serials.size(); ++row) {
         const int serial = serials[row];
         const auto found = std::find_if(report_.cameras.begin(), report_.cameras.end(),
                                         [serial](const CameraCalibrationReport& c) { return c.camera == serial; });
         const CameraCalibrationReport* camera = found == report_.cameras.end() ? nullptr : &*found;
-        const CameraAssessment assessment = assessCamera(camera, report_.usable);
+        const CameraAssessment assessment = assessCamera(camera, report_);
         readiness_[row] = assessment.readiness;
         if (assessment.readiness == CameraReadiness::Good) ++good;
+        if (assessment.readiness == CameraReadiness::Moved) moved << QString::number(serial);
 
         QStringList shared;
         QString quality = QStringLiteral("-");
@@ -177,16 +162,17 @@ void CalibrationPanel::refresh() {
             for (const auto& [other, frames] : camera->framesSharedWith)
                 shared << tr("%1: %2").arg(other).arg(frames);
             quality = tr("%1 mm").arg(camera->rmsAfterMm, 0, 'f', 1);
-            if (std::isfinite(camera->rotationSigmaDeg) && std::isfinite(camera->translationSigmaMm))
-                quality += tr("\n%1° %2 mm")
-                               .arg(camera->rotationSigmaDeg, 0, 'f', 2)
-                               .arg(camera->translationSigmaMm, 0, 'f', 1);
+            const CameraUncertainty& u = camera->uncertainty;
+            if (std::isfinite(u.rotationSigmaDeg) && std::isfinite(u.positionSigmaMm))
+                quality += tr("\n%1° %2 mm").arg(u.rotationSigmaDeg, 0, 'f', 2).arg(u.positionSigmaMm, 0, 'f', 1);
         }
         const int r = static_cast<int>(row);
         table_->setItem(r, 0, cell(QString::number(serial)));
         table_->setItem(r, 1, cell(shared.isEmpty() ? tr("none yet") : shared.join('\n')));
         table_->setItem(r, 2, cell(quality));
-        QTableWidgetItem* state = cell(stateName(assessment.readiness), assessment.advice);
+        const QString advice = QString::fromStdString(assessment.advice);
+        QTableWidgetItem* state = cell(stateName(assessment.readiness), advice);
+        if (assessment.readiness != CameraReadiness::Good && camera) advices << tr("%1: %2").arg(serial).arg(advice);
         state->setForeground(colourOf(assessment.readiness));
         table_->setItem(r, 3, state);
     }
@@ -194,7 +180,12 @@ void CalibrationPanel::refresh() {
     if (concluded_) return;
 
     const int total = static_cast<int>(serials.size());
-    if (total > 0 && good == total)
+    if (!moved.isEmpty())
+        summary_->setText(tr("<font color=%1>Camera %2 moved while you calibrated: fix it in place, then finish "
+                             "and start the calibration again.</font>")
+                              .arg(clr::error.name())
+                              .arg(moved.join(", ")));
+    else if (total > 0 && good == total)
         summary_->setText(tr("<font color=%1>All %2 cameras are well placed: you can finish the calibration.</font>")
                               .arg(clr::success.name())
                               .arg(total));
@@ -202,9 +193,10 @@ void CalibrationPanel::refresh() {
         summary_->setText(tr("Walk through the room so that several cameras see you at once; others may walk too. "
                              "A first result comes after a few seconds."));
     else
-        summary_->setText(tr("<font color=%1>%2 of %3 cameras still need data: see the State column.</font>")
+        summary_->setText(tr("<font color=%1>%2 of %3 cameras are not good yet.</font>")
                               .arg(clr::warning.name())
                               .arg(total - good)
-                              .arg(total));
+                              .arg(total) +
+                          "<br>" + advices.join("<br>"));
     setFrameCount(frames_);
 }

@@ -8,31 +8,10 @@
 
 #include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
+#include "calibration/calibration_verdict.hpp"
 
 class QLabel;
 class QTableWidget;
-
-// How far one camera of the room has come.
-enum class CameraReadiness { NoData, NeedsFrames, Uncertain, Good };
-
-struct CameraAssessment {
-    CameraReadiness readiness = CameraReadiness::NoData;
-    QString advice;
-};
-
-// Thresholds under which a camera's pose is called good. The sigmas only see random
-// noise, not the trackers' bias toward the camera, so they are kept well below the
-// accuracy wanted, and enough shared frames are asked for to average the bias over
-// many viewing directions.
-struct ReadinessThresholds {
-    int minimumSharedFrames = 60;
-    double maximumRotationSigmaDeg = 0.2;
-    double maximumTranslationSigmaMm = 5.0;
-};
-
-// `camera` is null when the last solve did not involve that camera at all.
-CameraAssessment assessCamera(const CameraCalibrationReport* camera, bool usable,
-                              const ReadinessThresholds& thresholds = ReadinessThresholds());
 
 class CalibrationPanel : public QFrame {
     Q_OBJECT

@@ -109,6 +109,16 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::incCalib, this, &MainWindow::calibprogress);
     connect(&fusion, &FusionWorker::calibrationReport, this, &MainWindow::onCalibrationReport);
     connect(&fusion, &FusionWorker::cameraPeople, ui->report_panel, &CalibrationPanel::setCameraPeople);
+    connect(&fusion, &FusionWorker::cameraMoved, this, [this](int serial, double rotationDeg, double shiftMm) {
+        movedMessage = prompts->show(
+            {tr("Camera moved"),
+             tr("Camera %1 no longer agrees with the others: since the calibration it seems to have turned by "
+                "about %2°, and what it sees has shifted by about %3 mm where people walk. Fix it in place and calibrate the room again.")
+                 .arg(serial)
+                 .arg(rotationDeg, 0, 'f', 1)
+                 .arg(shiftMm, 0, 'f', 0),
+             PromptIcon::Warning});
+    });
 }
 
 void MainWindow::updateUI() {

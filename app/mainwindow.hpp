@@ -82,6 +82,8 @@ private:
     QTimer timer;
     std::unique_ptr<Ui::MainWindow> ui;
     std::shared_ptr<UserPrompts> prompts;
+    // The last "camera moved" note, kept so that it stays on screen until dismissed.
+    std::shared_ptr<ShownMessage> movedMessage;
     WSCreator* wsCreator = nullptr;
     QLabel* uncalibratedNote = nullptr;
     CalibrationStep step = CalibrationStep::Unavailable;

@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "calibration/pose_uncertainty.hpp"
+
 class SkeletonMulticameraCalibration;
 
 struct CameraCalibrationReport {
@@ -17,6 +19,7 @@ struct CameraCalibrationReport {
     double rotationSigmaDeg = 0;    // 1-sigma rotation from the final solve's covariance
     double translationSigmaMm = 0;  // 1-sigma translation (norm) from the same covariance
     std::map<int, int> framesSharedWith;  // other camera -> frames in which both gave a block
+    CameraUncertainty uncertainty;        // what a user may trust; see addPoseUncertainty()
 };
 
 struct CalibrationReport {

@@ -37,6 +37,7 @@ void CalibrationRunner::start(const SkeletonMulticameraCalibration& store) {
         SolvedCalibration solved{std::move(snapshot), false, {}};
         solved.usable = solved.calibration->calibrate();
         solved.report = makeCalibrationReport(*solved.calibration);
+        if (solved.usable) addPoseUncertainty(*solved.calibration, solved.report);
         std::lock_guard<std::mutex> lock(mutex);
         result = std::move(solved);
         solving = false;

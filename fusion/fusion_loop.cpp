@@ -19,6 +19,15 @@ int64_t steadyNs() {
 }
 
 constexpr auto kWorld = lum::FUSION_REFERENCE_FRAME::WORLD;
+// The drift monitor needs a few frames a second, not every one.
+constexpr uint64_t kDriftFrameNs = 200000000ull;
+
+void transformBodies(lum::Bodies& bodies, const lum::Transform& pose) {
+    for (lum::BodyData& body : bodies.body_list) {
+        for (lum::Vector3f& p : body.keypoint) p = pose * p;
+        body.position = pose * body.position;
+    }
+}
 
 }  // namespace
 
@@ -68,6 +77,7 @@ void FusionWorker::processFrame() {
             fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
             for (const lum::CameraIdentifier& camera : subscribedCameras)
                 fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
+            watchForDrift();
         }
     }
     // No point cloud is fetched yet: the switches only keep the lock order in place.
@@ -111,6 +121,7 @@ void FusionWorker::collectSkeletons() {
         } else {
             frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
         }
+        showThroughCalibration();
     }
 
     const int64_t now = nowNs();
@@ -158,6 +169,43 @@ void FusionWorker::applySolvedCalibration() {
     emit calibrationReport(report);
 }
 
+// The raw skeletons arrive in each camera's own frame while calibrating; drawn through
+// the latest solve they merge into one person as the calibration converges.
+void FusionWorker::showThroughCalibration() {
+    SharedData& shared = SharedData::getInstance();
+    for (const lum::CameraIdentifier& camera : subscribedCameras) {
+        auto pose = calibration.calibratedPoses.find(static_cast<int>(camera.sn));
+        if (pose != calibration.calibratedPoses.end()) transformBodies(shared.cameraBodies[camera], pose->second);
+    }
+}
+
+// Called with the skeleton mutex held and the bodies just retrieved in the room frame.
+void FusionWorker::watchForDrift() {
+    SharedData& shared = SharedData::getInstance();
+    uint64_t newest = 0;
+    for (const lum::CameraIdentifier& camera : subscribedCameras)
+        newest = std::max<uint64_t>(newest, shared.cameraBodies[camera].timestamp.getNanoseconds());
+    if (newest < lastDriftFrameNs + kDriftFrameNs) return;
+    lastDriftFrameNs = newest;
+    for (const DriftWarning& warning :
+         driftMonitor.addFrame(newest, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
+        std::cout << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
+                  << warning.jointShiftMm << " mm" << std::endl;
+        emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
+    }
+}
+
+// The monitor learns the room anew whenever the poses it runs on change.
+void FusionWorker::restartDriftWatch() {
+    std::map<int, Eigen::Vector3d> centres;
+    for (const lum::FusionConfiguration& configuration : configurations) {
+        const lum::Translation t = configuration.pose.getTranslation();
+        centres[static_cast<int>(configuration.serial_number)] = Eigen::Vector3d(t.x, t.y, t.z);
+    }
+    driftMonitor = DriftMonitor(centres);
+    lastDriftFrameNs = 0;
+}
+
 int FusionWorker::startCalib(CALIB kind) {
     // A finished calibration's solve has landed by now; its result must not seed this one.
     solver.wait();
@@ -198,6 +246,7 @@ int FusionWorker::startCalib(CALIB kind) {
 
     emit incCalib(0);
     frameAssembler.clear();
+    restartDriftWatch();
     calibration.bodyFormat = 0;
     calibration.isCollecting = true;
     std::cout << "START CALIB SK" << std::endl;
@@ -232,6 +281,7 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     for (const lum::FusionConfiguration& configuration : calibrated) savedSerials.push_back(configuration.serial_number);
     for (const auto& [serial, transform] : calibration.calibratedPoses)
         fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+    restartDriftWatch();
     return calibrated;
 }
 

@@ -184,6 +184,10 @@ bool FusionWorker::startUp() {
         std::lock_guard<std::mutex> lock(workerMutex);
         configurations = std::move(read);
     }
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        restartDriftWatch();
+    }
 
     std::set<int> failed;
     QStringList openFailures;

@@ -17,6 +17,7 @@
 #include "core/user_prompts.hpp"
 #include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
+#include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/calibration_runner.hpp"
@@ -105,6 +106,10 @@ signals:
     // Every 500 ms while collecting with the body association on: per camera, how many
     // people it sees and whether its bodies are used.
     void cameraPeople(CameraPeopleList cameras);
+    // While the room runs on its calibration: a camera no longer agrees with the others
+    // the way it did: it turned by about rotationDeg, and its joints landed about
+    // jointShiftMm away from where they did.
+    void cameraMoved(int serial, double rotationDeg, double jointShiftMm);
 
 protected:
     void run() override;
@@ -115,6 +120,9 @@ private:
     void processFrame();
     void collectSkeletons();
     void applySolvedCalibration();
+    void showThroughCalibration();
+    void watchForDrift();
+    void restartDriftWatch();
     void waitUntilHidden(const PromptMessage& message);
     void resetCalibration();
     void recordLoopTiming(int64_t callStartNs, int64_t previousCallStartNs, int64_t previousReturnNs);
@@ -146,6 +154,8 @@ private:
     int64_t lastAssociationMs = 0;
 
     CalibrationRunner solver;
+    DriftMonitor driftMonitor;
+    uint64_t lastDriftFrameNs = 0;
     std::atomic<int> calibrationFrames{0};
     std::shared_ptr<UserPrompts> prompts;
     mutable std::mutex timingMutex;

@@ -219,7 +219,8 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
         options.confidenceThreshold = 0.f;
         options.coordinateSystem = b.init.coordinateSystem;
         options.unit = b.init.unit;
-        b.frameBodies = pyra_sim::observe(b.scene, b.simulated, frameNs, options);
+        const double sinceOpen = double(frameNs - std::min(frameNs, b.openedAtNs)) * 1e-9;
+        b.frameBodies = pyra_sim::observe(b.scene, pyra_sim::cameraAt(b.simulated, sinceOpen), frameNs, options);
     }
     b.unread = true;
 

@@ -85,7 +85,8 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QTest::qWait(1500);
     window.grab().save(screenshotPath("app_room_running.png"));
 
-    // Calibrate until every camera of the room reads good.
+    // Calibrate until every camera has an honest uncertainty: with the trackers' pull
+    // toward the camera left in the model that is not yet good, and the panel says so.
     QTest::mouseClick(calibrate, Qt::LeftButton);
     QVERIFY(calibrate->isChecked());
     QCOMPARE(calibrate->text(), QString("Finish calibration"));
@@ -93,16 +94,22 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     auto* progress = find<QProgressBar>(&window, "progressBar");
     QVERIFY(progress->isVisible());
     QTRY_VERIFY_WITH_TIMEOUT(progress->value() > 0, 30000);
+    window.grab().save(screenshotPath("converge_start.png"));
 
     auto* panel = find<CalibrationPanel>(&window, "report_panel");
     QVERIFY(panel->isVisible());
     QCOMPARE(panel->rowCount(), int(pyra_sim::activeScene().cameras.size()));
-    auto allGood = [panel] {
-        for (int row = 0; row < panel->rowCount(); ++row)
-            if (panel->readinessAt(row) != CameraReadiness::Good) return false;
+    auto allJudged = [panel] {
+        for (int row = 0; row < panel->rowCount(); ++row) {
+            const CameraReadiness readiness = panel->readinessAt(row);
+            if (readiness != CameraReadiness::Good && readiness != CameraReadiness::Uncertain) return false;
+        }
         return true;
     };
-    QTRY_VERIFY_WITH_TIMEOUT(allGood(), 150000);
+    QTRY_VERIFY_WITH_TIMEOUT(panel->readinessAt(0) != CameraReadiness::NoData, 60000);
+    QTest::qWait(1500);
+    window.grab().save(screenshotPath("converge_first_solve.png"));
+    QTRY_VERIFY_WITH_TIMEOUT(allJudged(), 150000);
     window.grab().save(screenshotPath("app_calibrating.png"));
 
     QTRY_VERIFY(calibrate->isEnabled());

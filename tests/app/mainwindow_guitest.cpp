@@ -144,8 +144,9 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
         report.camera = id;
         report.residualBlocks = shared.empty() ? 0 : 1000;
         report.framesSharedWith = std::move(shared);
-        report.rotationSigmaDeg = rotationSigma;
-        report.translationSigmaMm = translationSigma;
+        report.uncertainty.rotationSigmaDeg = rotationSigma;
+        report.uncertainty.positionSigmaMm = translationSigma;
+        report.uncertainty.residualGrowth = 1.0;
         return report;
     };
     CalibrationReport report;
@@ -160,12 +161,15 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     QCOMPARE(panel.readinessAt(2), CameraReadiness::Good);
     QCOMPARE(panel.readinessAt(3), CameraReadiness::NeedsFrames);
     QVERIFY(panel.summaryText().contains("2 of 4 cameras"));
+    QVERIFY(panel.summaryText().contains("4: Keep walking where 4 and 2 both see you"));
 
     // Enough frames but a wide or unknown sigma is not good yet; an unusable solve never is.
     const CameraCalibrationReport wide = camera(5, {{1, 90}}, 0.1, 8.0);
-    QCOMPARE(assessCamera(&wide, true).readiness, CameraReadiness::Uncertain);
+    QCOMPARE(assessCamera(&wide, report).readiness, CameraReadiness::Uncertain);
     const CameraCalibrationReport fine = camera(5, {{1, 90}}, 0.1, 1.0);
-    QCOMPARE(assessCamera(&fine, false).readiness, CameraReadiness::NeedsFrames);
+    report.usable = false;
+    QCOMPARE(assessCamera(&fine, report).readiness, CameraReadiness::NeedsFrames);
+    report.usable = true;
 
     report.cameras = {camera(1, {{2, 80}}, 0.0, 0.0), camera(2, {{1, 80}}, 0.1, 3.0)};
     panel.setRoomCameras({1, 2});

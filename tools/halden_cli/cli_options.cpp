@@ -27,6 +27,7 @@ const char* cliHelpText() {
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
                        [--model classic|refined]
+  halden-cli monitor --room FILE [--seconds N]
   halden-cli devices
   halden-cli --help
 
@@ -45,6 +46,9 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while one 
   --model M          refined (default): camera poses and depth biases from clock-aligned
                      frames, in a level world frame with the floor at height 0;
                      classic: camera poses only, in the reference camera's frame
+monitor      Runs a calibrated room (a file saved by calibrate) and reports every camera
+             that moves away from its calibrated pose, with how far it moved, until
+             --seconds have passed (default 60) or Ctrl-C.
 devices      Lists the cameras plugged into this computer.
 
 Progress (percent toward the next solve, frames collected, solves, last RMS residual)
@@ -60,6 +64,7 @@ Exit status:
   6  the calibration or the report could not be written (checked before collecting too)
   7  partial: a calibration was written, but some cameras of the room were left out of it
      (never opened or subscribed, or no usable keypoint shared with another camera)
+  8  monitor: a camera moved
 )";
 }
 
@@ -85,12 +90,24 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
     const QStringList positional = parser.positionalArguments();
     if (parser.isSet("help")) return options;
     if (positional.size() != 1) {
-        problem = positional.isEmpty() ? "a command is needed: calibrate or devices" : "only one command at a time";
+        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor or devices" : "only one command at a time";
         return std::nullopt;
     }
     const QString command = positional.front();
     if (command == "devices") {
         options.command = CliOptions::Command::Devices;
+        return options;
+    }
+    if (command == "monitor") {
+        options.command = CliOptions::Command::Monitor;
+        options.params.depthMode = 4;
+        options.params.detectionConfidence = 50;
+        options.roomFile = parser.value("room").toStdString();
+        if (options.roomFile.empty()) {
+            problem = "monitor needs --room FILE, a calibrated room";
+            return std::nullopt;
+        }
+        if (!readInt(parser, "seconds", 1, 7 * 24 * 3600, options.seconds, problem)) return std::nullopt;
         return options;
     }
     if (command != "calibrate") {

@@ -18,10 +18,11 @@ enum CliStatus : int {
     kNothingToSave = 5,
     kWriteFailed = 6,
     kPartial = 7,
+    kCameraMoved = 8,
 };
 
 struct CliOptions {
-    enum class Command { Help, Devices, Calibrate };
+    enum class Command { Help, Devices, Calibrate, Monitor };
     Command command = Command::Help;
     std::string roomFile;  // empty with --usb
     bool usb = false;

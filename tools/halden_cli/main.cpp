@@ -8,6 +8,7 @@
 
 #include "tools/halden_cli/calibration_session.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/monitor_session.hpp"
 #include "tools/halden_cli/output_paths.hpp"
 #include "workspace/room_usb.hpp"
 
@@ -53,6 +54,18 @@ int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& r
     return 0;
 }
 
+// Runs a session to its end; Ctrl-C or a termination asks it to finish early.
+template <typename Session>
+int runSession(QCoreApplication& app, Session& session) {
+    QTimer signalPoll;
+    QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
+        if (interrupted) session.interrupt();
+    });
+    signalPoll.start(100);
+    session.start();
+    return app.exec();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,21 +83,21 @@ int main(int argc, char** argv) {
     if (options->command == CliOptions::Command::Devices) return listDevices();
 
     CliOptions checked = *options;
-    if (const int status = checkOutputs(checked, problem)) {
+    // A monitor writes nothing; a calibration checks its outputs before a minute of walking.
+    const int unwritable = checked.command == CliOptions::Command::Monitor ? 0 : checkOutputs(checked, problem);
+    if (unwritable) {
         std::cerr << "halden-cli: " << problem << std::endl;
-        return status;
+        return unwritable;
     }
     std::vector<lum::FusionConfiguration> room;
     if (const int status = loadRoom(checked, room)) return status;
 
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
+    if (checked.command == CliOptions::Command::Monitor) {
+        MonitorSession monitor(checked, std::move(room));
+        return runSession(app, monitor);
+    }
     CalibrationSession session(checked, std::move(room));
-    QTimer signalPoll;
-    QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
-        if (interrupted) session.interrupt();
-    });
-    signalPoll.start(100);
-    session.start();
-    return app.exec();
+    return runSession(app, session);
 }

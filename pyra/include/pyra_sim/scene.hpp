@@ -30,6 +30,12 @@ struct FaultSettings {
     double grabErrorAfterSeconds = -1.0;       // < 0: never
     double stopPublishingAfterSeconds = -1.0;  // < 0: never
     std::array<int, 3> reportedVersion{5, 1, 0};
+    // Someone bumps the camera: from this many seconds after opening on, it is turned by
+    // knockRotationDeg (a rotation vector in its own frame, degrees) about its own centre
+    // and shifted by knockShift (room frame, metres).
+    double knockAfterSeconds = -1.0;  // < 0: never
+    lum::Vector3f knockRotationDeg;
+    lum::Vector3f knockShift;
 };
 
 struct CameraSettings {
@@ -84,6 +90,9 @@ const CameraSettings* findCamera(const Scene& scene, unsigned int serial);
 // This process plays another machine: every scene camera counts as plugged in.
 void setAllCamerasPluggedIn(bool all);
 bool allCamerasPluggedIn();
+
+// The camera as it stands `secondsSinceOpen` after it was opened (a knock moves it).
+CameraSettings cameraAt(const CameraSettings& camera, double secondsSinceOpen);
 
 // Clock phase of a camera in [0, 1/fps): frames are taken at phase + k / fps.
 double cameraPhase(const Scene& scene, const CameraSettings& camera);

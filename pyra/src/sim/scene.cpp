@@ -117,6 +117,9 @@ void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSe
     in.boolean(j, "fail_to_open", path, f.failToOpen);
     in.number(j, "grab_error_after_s", path, f.grabErrorAfterSeconds, 0.0, 1e7);
     in.number(j, "stop_publishing_after_s", path, f.stopPublishingAfterSeconds, 0.0, 1e7);
+    in.number(j, "knock_after_s", path, f.knockAfterSeconds, 0.0, 1e7);
+    in.vector3(j, "knock_rotation_deg", path, f.knockRotationDeg);
+    in.vector3(j, "knock_shift", path, f.knockShift);
     auto it = j.find("sdk_version");
     if (it == j.end()) return;
     std::array<int, 3> v{};
@@ -309,6 +312,17 @@ const CameraSettings* findCamera(const Scene& scene, unsigned int serial) {
 
 void setAllCamerasPluggedIn(bool all) { allPluggedIn() = all; }
 bool allCamerasPluggedIn() { return allPluggedIn(); }
+
+CameraSettings cameraAt(const CameraSettings& camera, double secondsSinceOpen) {
+    const FaultSettings& f = camera.faults;
+    if (f.knockAfterSeconds < 0 || secondsSinceOpen < f.knockAfterSeconds) return camera;
+    CameraSettings knocked = camera;
+    lum::Transform turn;
+    turn.setRotationVector(f.knockRotationDeg * float(3.14159265358979323846 / 180.0));
+    knocked.pose = camera.pose * turn;
+    knocked.pose.setTranslation(lum::Translation(camera.pose.getTranslation() + f.knockShift));
+    return knocked;
+}
 
 double cameraPhase(const Scene& scene, const CameraSettings& camera) {
     double period = 1.0 / camera.fps;

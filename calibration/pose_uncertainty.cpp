@@ -1,0 +1,146 @@
+// Pose uncertainty from two half-walk solves and the solver's covariance, and where each
+// camera's joints fell in its view.
+#include "calibration/pose_uncertainty.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include <Eigen/Geometry>
+
+#include "calibration/calibration_report.hpp"
+#include "calibration/skeleton_align.hpp"
+#include "calibration/solve_record.hpp"
+
+namespace {
+
+// A half shorter than this says more about its own noise than about the camera.
+constexpr size_t kMinimumHalfFrames = 10;
+
+using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
+
+struct HalfSolve {
+    Poses poses;
+    CalibrationReport report;
+};
+
+bool solveHalf(const SkeletonMulticameraCalibration& solved, bool later, HalfSolve& out) {
+    SkeletonMulticameraCalibration half(solved);
+    half.frames.clear();
+    const size_t middle = solved.frames.size() / 2;
+    size_t index = 0;
+    for (const auto& [timestamp, bodies] : solved.frames) {
+        if ((index++ >= middle) == later) half.frames.emplace(timestamp, bodies);
+    }
+    if (half.frames.size() < kMinimumHalfFrames || !half.calibrate()) return false;
+    out.poses = half.poses;
+    out.report = makeCalibrationReport(half);
+    return true;
+}
+
+const CameraCalibrationReport* findCamera(const CalibrationReport& report, int camera) {
+    for (const CameraCalibrationReport& entry : report.cameras)
+        if (entry.camera == camera) return &entry;
+    return nullptr;
+}
+
+double rotationApartDeg(const SkeletonMulticameraCalibration::PoseStruct& a,
+                        const SkeletonMulticameraCalibration::PoseStruct& b) {
+    const Eigen::Quaterniond qa = Eigen::Map<const Eigen::Quaterniond>(a.q).normalized();
+    const Eigen::Quaterniond qb = Eigen::Map<const Eigen::Quaterniond>(b.q).normalized();
+    return qa.angularDistance(qb) * 180.0 / M_PI;
+}
+
+double positionApartMm(const SkeletonMulticameraCalibration::PoseStruct& a,
+                       const SkeletonMulticameraCalibration::PoseStruct& b) {
+    return 1000.0 * (Eigen::Vector3d(a.t[0], a.t[1], a.t[2]) - Eigen::Vector3d(b.t[0], b.t[1], b.t[2])).norm();
+}
+
+double combined(double formal, double halvesApart, double bias) {
+    const double random = 2.0 * formal * formal + 0.25 * halvesApart * halvesApart;
+    return std::sqrt(kUncertaintyScale * kUncertaintyScale * random + bias * bias);
+}
+
+struct ViewGeometry {
+    ViewCoverage coverage;
+    Eigen::Vector3d direction = Eigen::Vector3d::Zero();  // mean unit ray to its joints, room frame
+    double depthMm = 0;                                   // mean distance to its joints
+};
+
+std::map<int, ViewGeometry> viewGeometry(const calib::SolveRecord& record) {
+    std::map<int, ViewGeometry> geometry;
+    for (const calib::CameraPairData& pair : *record.pairs) {
+        ViewGeometry& g = geometry[pair.cameraA];
+        ViewCoverage& view = g.coverage;
+        for (const calib::KeypointPair& p : pair.pairs) {
+            if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
+            if (p.a.z() >= 0) continue;  // behind the camera: not a measurement of its view
+            ++view.keypoints;
+            (p.a.x() < 0 ? view.left : view.right) += 1;
+            (p.a.y() > 0 ? view.top : view.bottom) += 1;
+            g.direction += p.a.normalized();
+            g.depthMm += 1000.0 * p.a.norm();
+        }
+    }
+    for (auto& [camera, g] : geometry) {
+        ViewCoverage& view = g.coverage;
+        if (view.keypoints == 0) continue;
+        const double n = view.keypoints;
+        view.left /= n;
+        view.right /= n;
+        view.top /= n;
+        view.bottom /= n;
+        g.depthMm /= n;
+        auto pose = record.after.find(camera);
+        if (pose != record.after.end()) g.direction = Eigen::Map<const Eigen::Quaterniond>(pose->second.q) * (g.direction / n);
+    }
+    return geometry;
+}
+
+}  // namespace
+
+void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, CalibrationReport& report) {
+    if (!report.usable || !solved.lastSolve || !solved.lastSolve->pairs) return;
+    const std::map<int, ViewGeometry> geometry = viewGeometry(*solved.lastSolve);
+    for (CameraCalibrationReport& camera : report.cameras) {
+        auto found = geometry.find(camera.camera);
+        if (found != geometry.end()) camera.uncertainty.coverage = found->second.coverage;
+    }
+
+    HalfSolve earlier, later;
+    if (!solveHalf(solved, false, earlier) || !solveHalf(solved, true, later)) return;
+    const int reference = solved.lastSolve->reference;
+    const ViewGeometry referenceView = geometry.count(reference) ? geometry.at(reference) : ViewGeometry();
+    for (CameraCalibrationReport& camera : report.cameras) {
+        const CameraCalibrationReport* first = findCamera(earlier.report, camera.camera);
+        const CameraCalibrationReport* second = findCamera(later.report, camera.camera);
+        // A half that never saw the camera left its warm start untouched: no evidence.
+        if (!first || !second || first->residualBlocks == 0 || second->residualBlocks == 0) continue;
+        CameraUncertainty& u = camera.uncertainty;
+        u.residualGrowth = camera.rmsAfterMm / std::max(1e-9, std::min(first->rmsAfterMm, second->rmsAfterMm));
+        if (camera.camera == reference) continue;
+        u.halvesApartDeg = rotationApartDeg(earlier.poses.at(camera.camera), later.poses.at(camera.camera));
+        u.halvesApartMm = positionApartMm(earlier.poses.at(camera.camera), later.poses.at(camera.camera));
+        const ViewGeometry view = geometry.count(camera.camera) ? geometry.at(camera.camera) : ViewGeometry();
+        const double biasShiftMm = kTrackerBiasMm * (view.direction - referenceView.direction).norm();
+        const double biasTurnDeg = kBiasTurnShare * biasShiftMm / std::max(view.depthMm, 1.0) * 180.0 / M_PI;
+        u.rotationSigmaDeg = combined(camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
+        u.positionSigmaMm = combined(camera.translationSigmaMm, u.halvesApartMm, biasShiftMm);
+        u.trackerBiasMm = biasShiftMm;
+    }
+
+    // The reference camera is pinned by definition; what a user can trust is its pose
+    // relative to the neighbour it is best tied to.
+    for (CameraCalibrationReport& camera : report.cameras) {
+        if (camera.camera != reference) continue;
+        for (const auto& [other, frames] : camera.framesSharedWith) {
+            const CameraCalibrationReport* neighbour = findCamera(report, other);
+            if (!neighbour || !std::isfinite(neighbour->uncertainty.positionSigmaMm)) continue;
+            CameraUncertainty& u = camera.uncertainty;
+            if (std::isfinite(u.positionSigmaMm) && u.positionSigmaMm <= neighbour->uncertainty.positionSigmaMm)
+                continue;
+            u.rotationSigmaDeg = neighbour->uncertainty.rotationSigmaDeg;
+            u.positionSigmaMm = neighbour->uncertainty.positionSigmaMm;
+            u.trackerBiasMm = neighbour->uncertainty.trackerBiasMm;
+        }
+    }
+}

@@ -1,0 +1,49 @@
+// How far each camera's calibrated pose can be off, systematic error included: the
+// solver's own covariance widened by how much solves on two halves of the walk disagree.
+#pragma once
+
+#include <limits>
+#include <map>
+
+class SkeletonMulticameraCalibration;
+struct CalibrationReport;
+
+// Stated sigma^2 = kUncertaintyScale^2 * (2 * formal^2 + (halves apart / 2)^2) + bias^2.
+// The covariance only sees random noise, and counts every joint twice (both orders of a
+// pair); the halves see what changes with where the person walked. Neither sees the
+// trackers' pull of every joint a few centimetres toward the camera: it shifts a camera
+// along the direction it looks, the same way in every half. Its share is the prior
+// kTrackerBiasMm times how differently the camera and the reference look into the room.
+// Both constants were set on the uncertainty benchmark's rooms against their truth.
+constexpr double kUncertaintyScale = 2.0;
+constexpr double kTrackerBiasMm = 30.0;
+// The same pull turns a camera a little: roughly this share of the shift over the depth.
+constexpr double kBiasTurnShare = 0.25;
+
+// Where a camera's keypoints fell in its view: the share of them left of, right of,
+// above and below its optical axis. A camera that only sees people at one edge of its
+// view pins its rotation poorly.
+struct ViewCoverage {
+    int keypoints = 0;
+    double left = 0, right = 0, top = 0, bottom = 0;
+};
+
+struct CameraUncertainty {
+    static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+    double rotationSigmaDeg = kUnknown;  // NaN: not known (a half could not place the camera)
+    double positionSigmaMm = kUnknown;
+    double halvesApartDeg = kUnknown;  // the two halves' solutions of this camera, relative to the reference
+    double halvesApartMm = kUnknown;
+    // The whole walk's residual over the better half's: well above 1 when no single pose
+    // fits both halves, i.e. the camera moved while the walk was recorded.
+    double residualGrowth = kUnknown;
+    double trackerBiasMm = kUnknown;  // the share of positionSigmaMm no amount of walking removes
+    ViewCoverage coverage;
+};
+
+// Fills every camera's `uncertainty` in a usable report of `solved`, the store just
+// solved: solves copies on the earlier and the later half of its frames (warm started
+// from its poses) and combines their disagreement with the report's covariance. Sigmas
+// stay unknown where a half cannot place a camera. Costs about one more solve; meant for
+// the calibration runner's thread.
+void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, CalibrationReport& report);

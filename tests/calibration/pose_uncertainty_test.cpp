@@ -1,0 +1,101 @@
+// Stated pose uncertainty against the simulated rooms' truth, the verdict built on it,
+// and a camera knocked in the middle of a calibration.
+#include <gtest/gtest.h>
+
+#include "calibration/calibration_verdict.hpp"
+#include "tests/calibration/sim_walk.hpp"
+
+namespace {
+
+TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
+    int cameras = 0, within2 = 0;
+    double ratio = 0;
+    const std::vector<simwalk::NamedScene> scenes = simwalk::coverageScenes();
+    for (size_t i = 0; i < scenes.size(); i += 2) {  // a sample; the benchmark runs them all
+        const simwalk::Walk walk = simwalk::calibrateWalk(scenes[i].scene, 60.0);
+        ASSERT_TRUE(walk.report.usable) << scenes[i].name;
+        const auto errors = simwalk::errorsAgainstTruth(scenes[i].scene, walk.store.calibratedPoses);
+        const int reference = errors.begin()->first;
+        for (const CameraCalibrationReport& camera : walk.report.cameras) {
+            if (camera.camera == reference) continue;
+            const CameraUncertainty& u = camera.uncertainty;
+            const simwalk::PoseError& error = errors.at(camera.camera);
+            ASSERT_TRUE(std::isfinite(u.rotationSigmaDeg) && std::isfinite(u.positionSigmaMm));
+            const double worst = std::max(error.rotationDeg / u.rotationSigmaDeg, error.positionMm / u.positionSigmaMm);
+            EXPECT_LE(worst, 3.0) << scenes[i].name << ", camera " << camera.camera;
+            ++cameras;
+            within2 += worst <= 2.0;
+            ratio += u.positionSigmaMm / std::max(error.positionMm, 0.1);
+        }
+    }
+    EXPECT_GE(within2, 0.9 * cameras);
+    EXPECT_LE(ratio / cameras, 3.0);
+}
+
+TEST(PoseUncertainty, aCameraKnockedDuringTheWalkReadsMovedAndTheOthersDoNot) {
+    pyra_sim::Scene scene = pyra_sim::defaultScene();
+    scene.cameras[2].faults.knockAfterSeconds = 35.0;
+    scene.cameras[2].faults.knockRotationDeg = lum::Vector3f(0.f, 2.f, 0.f);
+    scene.cameras[2].faults.knockShift = lum::Vector3f(0.f, 0.f, 0.05f);
+    const simwalk::Walk walk = simwalk::calibrateWalk(scene, 70.0);
+    for (const CameraCalibrationReport& camera : walk.report.cameras) {
+        const CameraAssessment verdict = assessCamera(&camera, walk.report);
+        std::printf("camera %d: growth %.2f, halves %.2f deg %.0f mm: %s\n", camera.camera,
+                    camera.uncertainty.residualGrowth, camera.uncertainty.halvesApartDeg,
+                    camera.uncertainty.halvesApartMm, verdict.advice.c_str());
+        if (camera.camera == int(scene.cameras[2].serial)) {
+            EXPECT_EQ(verdict.readiness, CameraReadiness::Moved);
+            EXPECT_NE(verdict.advice.find("restart"), std::string::npos);
+        } else {
+            EXPECT_NE(verdict.readiness, CameraReadiness::Moved) << camera.camera;
+        }
+    }
+}
+
+TEST(CalibrationVerdict, saysWhatIsMissing) {
+    auto camera = [](int id, std::map<int, int> shared, double rotationSigma, double positionSigma) {
+        CameraCalibrationReport c;
+        c.camera = id;
+        c.residualBlocks = shared.empty() ? 0 : 1000;
+        c.framesSharedWith = std::move(shared);
+        c.uncertainty.rotationSigmaDeg = rotationSigma;
+        c.uncertainty.positionSigmaMm = positionSigma;
+        c.uncertainty.residualGrowth = 1.0;
+        c.uncertainty.trackerBiasMm = 0.2 * positionSigma;
+        c.uncertainty.coverage = {500, 0.5, 0.5, 0.5, 0.5};
+        return c;
+    };
+    CalibrationReport report;
+    report.usable = true;
+    report.cameras = {camera(1, {{2, 80}, {3, 12}}, 0.05, 3.0), camera(2, {{1, 80}}, 0.05, 3.0),
+                      camera(3, {{1, 12}}, 0.5, 30.0), camera(4, {}, NAN, NAN)};
+    const CameraCalibrationReport edge = [&] {
+        CameraCalibrationReport c = camera(5, {{2, 90}, {1, 40}}, 0.4, 12.0);
+        c.uncertainty.coverage = {500, 0.97, 0.03, 0.6, 0.4};
+        return c;
+    }();
+
+    EXPECT_EQ(assessCamera(&report.cameras[0], report).readiness, CameraReadiness::Good);
+    const CameraAssessment few = assessCamera(&report.cameras[2], report);
+    EXPECT_EQ(few.readiness, CameraReadiness::NeedsFrames);
+    EXPECT_NE(few.advice.find("3 and 1"), std::string::npos) << few.advice;
+    EXPECT_EQ(assessCamera(&report.cameras[3], report).readiness, CameraReadiness::NoData);
+    EXPECT_EQ(assessCamera(nullptr, report).readiness, CameraReadiness::NoData);
+    const CameraAssessment corner = assessCamera(&edge, report);
+    EXPECT_EQ(corner.readiness, CameraReadiness::Uncertain);
+    EXPECT_NE(corner.advice.find("right edge of 5's view, where 2"), std::string::npos) << corner.advice;
+    // Sigmas fine, but an unusable last solve or unknown sigma is never good.
+    report.usable = false;
+    EXPECT_EQ(assessCamera(&report.cameras[1], report).readiness, CameraReadiness::NeedsFrames);
+    report.usable = true;
+    const CameraCalibrationReport biased = [&] {
+        CameraCalibrationReport c = camera(6, {{1, 90}}, 0.1, 20.0);
+        c.uncertainty.trackerBiasMm = 18.0;
+        return c;
+    }();
+    EXPECT_NE(assessCamera(&biased, report).advice.find("Walking longer will not"), std::string::npos);
+    report.cameras[1].uncertainty.positionSigmaMm = NAN;
+    EXPECT_EQ(assessCamera(&report.cameras[1], report).readiness, CameraReadiness::Uncertain);
+}
+
+}  // namespace

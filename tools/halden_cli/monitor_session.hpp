@@ -1,0 +1,37 @@
+// One headless watch of a calibrated room: runs the fusion on the saved poses for the
+// time asked and reports every camera that moves away from them.
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+#include <vector>
+
+#include "core/console_prompts.hpp"
+#include "fusion/fusion_worker.hpp"
+#include "tools/halden_cli/cli_options.hpp"
+
+class MonitorSession : public QObject {
+    Q_OBJECT
+
+public:
+    MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room);
+
+    // Starts the fusion; the session ends the event loop with 0 (nothing moved),
+    // kCameraMoved, or kFusionNotStarted.
+    void start();
+    void interrupt();
+
+private:
+    void end(int status);
+
+    CliOptions options;
+    std::vector<lum::FusionConfiguration> room;
+    std::shared_ptr<ConsolePrompts> prompts;
+    FusionWorker worker;
+    QTimer watchTimer;
+    bool started = false;
+    bool ended = false;
+    int moved = 0;
+};
