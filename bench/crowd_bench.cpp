@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/calibration/crowd_room.hpp"
+#include "testing/crowd_room.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "tests/calibration/sim_walk.hpp"
+#include "testing/sim_walk.hpp"
 
 namespace {
 

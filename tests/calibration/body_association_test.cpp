@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "calibration/frame_assembler.hpp"
-#include "tests/calibration/crowd_room.hpp"
+#include "testing/crowd_room.hpp"
 
 namespace {
 

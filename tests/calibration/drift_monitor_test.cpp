@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "calibration/drift_monitor.hpp"
-#include "tests/calibration/sim_walk.hpp"
+#include "testing/sim_walk.hpp"
 
 namespace {
 
