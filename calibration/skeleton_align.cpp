@@ -3,6 +3,7 @@
 #include "calibration/skeleton_align.hpp"
 
 #include <algorithm>
+#include <set>
 #include <chrono>
 #include <vector>
 
@@ -46,6 +47,17 @@ bool hasKeypoint(const lum::BodyData& body, int k) {
     return k >= 0 && size_t(k) < body.keypoint.size() && calib::isUsable(body.keypoint[k].x);
 }
 
+// Cameras with at least one keypoint pair; the rest have nothing a solve could place.
+std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& pairs) {
+    std::set<int> cameras;
+    for (const calib::CameraPairData& pair : pairs) {
+        if (pair.pairs.empty()) continue;
+        cameras.insert(pair.cameraA);
+        cameras.insert(pair.cameraB);
+    }
+    return cameras;
+}
+
 }  // namespace
 
 void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies) {
@@ -79,16 +91,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     record->before = poses;
     // The smallest camera that shares keypoints holds the world; one whose every keypoint
     // was refused has no say in it.
-    int referenceCamera = poses.begin()->first;
-    for (const auto& [camera, pose] : poses) {
-        const bool shares = std::any_of(pairs->begin(), pairs->end(), [&](const calib::CameraPairData& pair) {
-            return !pair.pairs.empty() && (pair.cameraA == camera || pair.cameraB == camera);
-        });
-        if (shares) {
-            referenceCamera = camera;
-            break;
-        }
-    }
+    const int referenceCamera = *camerasSharingKeypoints(*pairs).begin();
     record->reference = referenceCamera;
     record->robust = robust;
     record->frames = int(frames.size());
@@ -183,7 +186,8 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     // The same minimum as the classic model, which counts each joint pair twice.
     if (2 * int(joints) < kMinimumResidualBlocks) return false;
 
-    const int reference = poses.begin()->first;
+    const std::set<int> placed = camerasSharingKeypoints(*pairs);
+    const int reference = *placed.begin();
     auto record = std::make_shared<calib::SolveRecord>();
     record->pairs = pairs;
     record->before = poses;
@@ -203,7 +207,8 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         if (!summary.IsSolutionUsable()) return false;
     }
     std::map<int, calib::CameraUnknowns> unknowns;
-    for (const auto& [camera, pose] : poses) {
+    for (int camera : placed) {
+        const PoseStruct& pose = poses[camera];
         calib::CameraUnknowns& u = unknowns[camera];
         std::copy(pose.q, pose.q + 4, u.q);
         std::copy(pose.t, pose.t + 3, u.t);
@@ -230,7 +235,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         if (floor.found) world = floor.worldFromReference;
     }
     calibratedPoses.clear();
-    for (const auto& [camera, seen] : cameraSeen) {
+    for (int camera : placed) {
         const PoseStruct& pose = poses[camera];
         const Eigen::Quaterniond q(world.linear() * Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]));
         const Eigen::Vector3d t = world * Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);

@@ -180,7 +180,7 @@ TEST(HaldenCli, WritesOnlyCalibratedCamerasAndSaysWhichWereLeftOut) {
         {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "noise": {"depth_sigma_at_3m": 0}},
         {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]},
         {"serial": 41004, "position": [-2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]}]})"));
-    const ScopedVariable home("HOME", platform_test::privateFolder("halden-cli"));
+    const ScopedVariable home("HOME", platform_test::privateFolder("files"));
     const QString output = inTemporary("partial.json");
     const CliRun run =
         runCli({"calibrate", "--usb", "--seconds", "20", "--output", output, "--report", "~/partial_report.json"});
