@@ -20,6 +20,7 @@ using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
 
 struct HalfSolve {
     Poses poses;
+    std::map<int, double> biases;  // the pull toward each camera, where the model estimates it
     CalibrationReport report;
 };
 
@@ -33,6 +34,7 @@ bool solveHalf(const SkeletonMulticameraCalibration& solved, bool later, HalfSol
     }
     if (half.frames.size() < kMinimumHalfFrames || !half.calibrate()) return false;
     out.poses = half.poses;
+    out.biases = half.biases;
     out.report = makeCalibrationReport(half);
     return true;
 }
@@ -55,9 +57,18 @@ double positionApartMm(const SkeletonMulticameraCalibration::PoseStruct& a,
     return 1000.0 * (Eigen::Vector3d(a.t[0], a.t[1], a.t[2]) - Eigen::Vector3d(b.t[0], b.t[1], b.t[2])).norm();
 }
 
-double combined(double formal, double halvesApart, double bias) {
+double combined(double scale, double formal, double halvesApart, double bias) {
     const double random = 2.0 * formal * formal + 0.25 * halvesApart * halvesApart;
-    return std::sqrt(kUncertaintyScale * kUncertaintyScale * random + bias * bias);
+    return std::sqrt(scale * scale * random + bias * bias);
+}
+
+bool estimatesPull(const SkeletonMulticameraCalibration& solved) {
+    return solved.model == SkeletonMulticameraCalibration::Model::Refined && solved.refined.estimateBias;
+}
+
+double pullMm(const std::map<int, double>& biases, int camera) {
+    auto found = biases.find(camera);
+    return found == biases.end() ? 0.0 : 1000.0 * found->second;
 }
 
 struct ViewGeometry {
@@ -121,10 +132,21 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
         u.halvesApartDeg = rotationApartDeg(earlier.poses.at(camera.camera), later.poses.at(camera.camera));
         u.halvesApartMm = positionApartMm(earlier.poses.at(camera.camera), later.poses.at(camera.camera));
         const ViewGeometry view = geometry.count(camera.camera) ? geometry.at(camera.camera) : ViewGeometry();
-        const double biasShiftMm = kTrackerBiasMm * (view.direction - referenceView.direction).norm();
+        const double lookApart = (view.direction - referenceView.direction).norm();
+        double scale = kUncertaintyScale, pull = kTrackerBiasMm, halvesMm = u.halvesApartMm;
+        if (estimatesPull(solved)) {
+            // The pull is estimated, so what remains is how far the halves disagree on it
+            // (relative to the reference's) and the part no single figure per camera fits.
+            scale = kRefinedUncertaintyScale;
+            pull = kRefinedPullShare * std::abs(pullMm(solved.biases, camera.camera));
+            const double pullApartMm = (pullMm(earlier.biases, camera.camera) - pullMm(earlier.biases, reference)) -
+                                       (pullMm(later.biases, camera.camera) - pullMm(later.biases, reference));
+            halvesMm = std::hypot(halvesMm, pullApartMm);
+        }
+        const double biasShiftMm = pull * lookApart;
         const double biasTurnDeg = kBiasTurnShare * biasShiftMm / std::max(view.depthMm, 1.0) * 180.0 / M_PI;
-        u.rotationSigmaDeg = combined(camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
-        u.positionSigmaMm = combined(camera.translationSigmaMm, u.halvesApartMm, biasShiftMm);
+        u.rotationSigmaDeg = combined(scale, camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
+        u.positionSigmaMm = combined(scale, camera.translationSigmaMm, halvesMm, biasShiftMm);
         u.trackerBiasMm = biasShiftMm;
     }
 

@@ -38,9 +38,11 @@ struct Walk {
 };
 
 // Walks for `seconds`, solving after every ten new frames and once at the end.
-inline Walk calibrateWalk(const pyra_sim::Scene& scene, double seconds) {
+inline Walk calibrateWalk(const pyra_sim::Scene& scene, double seconds,
+                          SkeletonMulticameraCalibration::Model model = SkeletonMulticameraCalibration::Model::Classic) {
     Walk walk;
     walk.store.bodyFormat = 0;
+    walk.store.model = model;
     const int steps = int(seconds * 2.0);
     for (int step = 1; step <= steps; ++step) {
         std::map<int, lum::BodyData> frame = frameAt(scene, kStartNs + uint64_t(step) * kStepNs);
