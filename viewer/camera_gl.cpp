@@ -2,6 +2,7 @@
 // API's vector, quaternion and matrix types.
 #include "viewer/camera_gl.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 const lum::Translation CameraGL::ORIGINAL_FORWARD = lum::Translation(0, 0, 1);
@@ -75,6 +76,23 @@ void CameraGL::setDirection(const lum::Translation& direction, const lum::Transl
     updateVectors();
     vertical = vertical_;
     if (lum::Vector3f::dot(vertical, up) < 0.f) rotate(lum::Rotation(3.1415927f, ORIGINAL_FORWARD));
+}
+
+void CameraGL::frameSphere(const lum::Vector3f& centre, float radius, const lum::Translation& direction,
+                           float width, float height, float topBand) {
+    constexpr double kDegToRad = 3.141592653589793 / 180.0;
+    constexpr float kMarginPx = 12.f, kSmallestPx = 24.f;
+    const double focalX = 0.5 * width / std::tan(horizontalFieldOfView * kDegToRad * 0.5);
+    const double focalY = 0.5 * height / std::tan(verticalFieldOfView * kDegToRad * 0.5);
+    // The band is only at the top, but the sphere stays centred: it gets the same room below.
+    const double availableX = std::max(0.5f * width - kMarginPx, kSmallestPx);
+    const double availableY = std::max(0.5f * height - topBand - kMarginPx, kSmallestPx);
+    // A centred sphere seen from distance d projects to a circle of radius f r / sqrt(d^2 - r^2).
+    const double ratio = std::max(focalX / availableX, focalY / availableY);
+    const double distance = double(radius) * std::sqrt(1.0 + ratio * ratio);
+    setPosition(lum::Translation(centre.x, centre.y, centre.z));
+    setDirection(direction, lum::Translation(0.f, 1.f, 0.f));
+    setOffsetFromPosition(lum::Translation(0.f, 0.f, float(distance)));
 }
 
 void CameraGL::updateVectors() {

@@ -26,6 +26,11 @@ public:
     const lum::Translation& getOffsetFromPosition() const { return offset; }
 
     void setDirection(const lum::Translation& direction, const lum::Translation& vertical);
+    // Looks at `centre` along `direction` from just far enough for a sphere of `radius`
+    // round it to fit a widget of the given size, `topBand` pixels at its top kept free.
+    // The sphere stays centred, so orbiting about the anchor keeps all of it in view.
+    void frameSphere(const lum::Vector3f& centre, float radius, const lum::Translation& direction, float width,
+                     float height, float topBand);
     void translate(const lum::Translation& t);
     void setTranslation(const lum::Translation& p) { position = p; }
     void setPosition(const lum::Translation& p) { position = p; }

@@ -176,6 +176,7 @@ void GlViewer::resizeGL(int width, int height) {
     camera_.setProjection(float(2.0 * std::atan(width / 1000.0) * kRadToDeg),
                           float(2.0 * std::atan(height / 1000.0) * kRadToDeg), camera_.getZNear(),
                           camera_.getZFar());
+    if (followScene) frameScene(false);
 }
 
 void GlViewer::paintGL() {

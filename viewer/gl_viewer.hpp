@@ -73,7 +73,11 @@ public:
     // The pose a camera model is drawn at; identity for an unknown camera.
     lum::Matrix4f cameraPose(int cameraNumber) const;
 
+    // The start view: frames every camera and person, clear of the metrics text, and
+    // keeps following the scene as it grows until the user steers.
     void ResetPosition();
+    void setFollowScene(bool follow) { followScene = follow; }
+    bool followsScene() const { return followScene; }
 
 public slots:
     // Refreshes from SharedData, skipping every group whose lock is busy.
@@ -100,6 +104,10 @@ private:
     void printText();
     void rotateCamera();
     void translateCamera();
+    // Frames everything seen since the last start view; `restart` forgets it first.
+    void frameScene(bool restart);
+    // Pixels at the top that the metrics text covers.
+    float overlayBand() const;
     void setViewpoint(const lum::Translation& position, const lum::Translation& direction,
                       const lum::Translation& offset);
     // Frees every GL object while the context is still alive; the scene is rebuilt from
@@ -126,6 +134,13 @@ private:
     PaletteGenerator cameraColors;
     std::mutex dataMutex;
     std::vector<ObjectClassName> metricsText;
+
+    // Fused keypoints of the current people, kept for framing.
+    std::vector<lum::Vector3f> bodyPoints;
+    bool followScene = true;
+    bool framedAnything = false;
+    lum::Vector3f framedLow, framedHigh;
+    float framedBand = 0.f;
 
     bool mouseButton = false;
     lum::Vector2f previousMouseMotion;

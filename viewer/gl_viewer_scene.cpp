@@ -72,6 +72,7 @@ void GlViewer::updateData() {
     if (haveTracking)
         for (const auto& entry : tracking.poses)
             updateCamera(int(entry.first.sn), entry.second, tracking.transforms[entry.first]);
+    if (followScene) frameScene(false);
 }
 
 void GlViewer::updateSkeletons(SkeletonData& data) {
@@ -79,8 +80,11 @@ void GlViewer::updateSkeletons(SkeletonData& data) {
     // every refresh; this also drops the old skeletons when a calibration starts.
     if (!fusedSkeletons) fusedSkeletons = std::make_unique<SkeletonInstances>();
     fusedSkeletons->clear();
-    for (const lum::BodyData& body : data.fusedBodies.body_list)
+    bodyPoints.clear();
+    for (const lum::BodyData& body : data.fusedBodies.body_list) {
         addSkeletonPrimitive(body, *fusedSkeletons, bodyColors.get(body.id), false);
+        bodyPoints.insert(bodyPoints.end(), body.keypoint.begin(), body.keypoint.end());
+    }
 
     if (!data.showRawData) return;
     for (const auto& entry : data.cameraBodies) {
@@ -182,6 +186,8 @@ void GlViewer::reset() {
         if (fusedSkeletons) fusedSkeletons->clear();
         for (auto& map : maps) map = std::make_unique<SubMapObj>();
         metricsText.clear();
+        bodyPoints.clear();
     }
     if (context()) doneCurrent();
+    ResetPosition();
 }

@@ -2,6 +2,7 @@
 // projections. No GL needed.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -97,6 +98,42 @@ TEST(CameraGL, DirectionAgainstVerticalFlipsTheImage) {
     EXPECT_NEAR(camera.getForward().z, 1.f, 1e-5f);
     camera.update();  // vertical already agrees with up: kept
     EXPECT_NEAR(camera.getVertical().y, -1.f, 1e-6f);
+}
+
+TEST(CameraGL, FramedSphereFitsBelowTheBandFromEverySide) {
+    CameraGL camera;
+    const float width = 640.f, height = 480.f, band = 100.f;
+    camera.setProjection(65.f, 51.f, 0.05f, 100.f);
+    const lum::Vector3f centre(1.f, 1.2f, -2.f);
+    const float radius = 4.f;
+    camera.frameSphere(centre, radius, {0.f, -1.4f, -1.5f}, width, height, band);
+    float lowest = height, highest = 0.f;
+    // Sample the sphere, and turn the view about its centre as a sideways drag does.
+    for (float turn : {0.f, 1.f, 2.5f}) {
+        camera.rotate(lum::Rotation(turn, lum::Translation(0.f, -1.f, 0.f)));
+        camera.update();
+        for (int i = 0; i < 24; ++i)
+            for (int k = -5; k <= 5; ++k) {
+                const float a = float(i) * 0.2618f, b = float(k) * 0.3f;
+                const lum::Vector3f p = centre + lum::Vector3f(std::cos(a) * std::cos(b), std::sin(b),
+                                                               std::sin(a) * std::cos(b)) * radius;
+                const lum::Vector4f q = project(camera.getViewProjectionMatrix(), p);
+                const float x = (q.x + 1.f) * 0.5f * width, y = (1.f - q.y) * 0.5f * height;
+                EXPECT_GT(q.w, 0.f);
+                EXPECT_GE(x, 0.f);
+                EXPECT_LE(x, width);
+                EXPECT_GE(y, band);
+                EXPECT_LE(y, height);
+                lowest = std::min(lowest, y);
+                highest = std::max(highest, y);
+            }
+        const lum::Vector4f c = project(camera.getViewProjectionMatrix(), centre);
+        EXPECT_NEAR(c.x, 0.f, 1e-4f);
+        EXPECT_NEAR(c.y, 0.f, 1e-4f);
+    }
+    // Not needlessly far: the sphere fills the height left between band and margins.
+    EXPECT_LT(lowest, band + 40.f);
+    EXPECT_GT(highest, height - 140.f);
 }
 
 }  // namespace

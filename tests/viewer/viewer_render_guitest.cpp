@@ -77,6 +77,8 @@ private slots:
         viewer->reset();
         SharedData::getInstance().showRawData = false;
         SharedData::getInstance().showMetrics = false;
+        // Pictures compared across scene changes need a view that does not reframe.
+        viewer->setFollowScene(false);
     }
 
     void cleanup() { viewer.reset(); }
@@ -353,6 +355,60 @@ private slots:
         viewer->resize(1000, 400);
         viewer->grabFramebuffer();
         QVERIFY(std::abs(viewer->camera().getHorizontalFOV() - 90.f) < 1e-3f);
+    }
+
+    void startViewFramesTheRoomClearOfTheTextAndDragOrbitsIt() {
+        SharedData& shared = SharedData::getInstance();
+        const lum::Vector3f corners[4] = {{-4.f, 2.5f, -4.f}, {4.f, 2.5f, -4.f}, {4.f, 2.5f, 4.f}, {-4.f, 2.5f, 4.f}};
+        {
+            std::lock_guard<std::mutex> lock(shared.positionMutex);
+            for (int i = 0; i < 4; ++i)
+                shared.cameraPoses[lum::CameraIdentifier(41010 + i)].pose_data = lum::Transform(
+                    lum::Orientation(), lum::Translation(corners[i].x, corners[i].y, corners[i].z));
+        }
+        {
+            std::lock_guard<std::mutex> lock(shared.skeletonMutex);
+            shared.fusedBodies.body_list = {standingBody(1, 3.f, 3.f)};
+        }
+        {
+            std::lock_guard<std::mutex> lock(shared.metricsMutex);
+            for (int i = 0; i < 4; ++i) shared.metrics.camera_individual_stats[lum::CameraIdentifier(41010 + i)];
+        }
+        shared.showMetrics = true;
+        QTest::keyClick(viewer.get(), Qt::Key_R);
+        render("framed");
+        QCOMPARE(viewer->overlayLines().size(), size_t(5));
+        const float textBottom = viewer->overlayLines().back().position.y + 4.f;
+        auto allInView = [&] {
+            for (const lum::Vector3f& c : corners) {
+                const QPoint p = pixelOf(*viewer, c);
+                if (p.x() < 0 || p.x() >= kWidth || p.y() <= textBottom || p.y() >= kHeight) return false;
+            }
+            const QPoint head = pixelOf(*viewer, {3.f, 1.7f, 3.f});
+            return head.x() >= 0 && head.x() < kWidth && head.y() > textBottom && head.y() < kHeight;
+        };
+        QVERIFY(allInView());
+
+        // A long sideways drag turns the room about its middle: it stays in view.
+        const QPoint before = pixelOf(*viewer, corners[0]);
+        send(*viewer, QEvent::MouseButtonPress, {100, 300}, Qt::LeftButton);
+        send(*viewer, QEvent::MouseMove, {400, 300}, Qt::LeftButton);
+        send(*viewer, QEvent::MouseButtonRelease, {400, 300}, Qt::NoButton);
+        QVERIFY(pixelOf(*viewer, corners[0]) != before);
+        QVERIFY(allInView());
+
+        // Once steered, the view no longer follows the scene; R frames it again.
+        {
+            std::lock_guard<std::mutex> lock(shared.positionMutex);
+            shared.cameraPoses[lum::CameraIdentifier(41020)].pose_data =
+                lum::Transform(lum::Orientation(), lum::Translation(0.f, 2.5f, 12.f));
+        }
+        const lum::Vector3f anchor = viewer->camera().getPosition();
+        viewer->updateData();
+        QCOMPARE(viewer->camera().getPosition(), anchor);
+        QTest::keyClick(viewer.get(), Qt::Key_R);
+        const QPoint far = pixelOf(*viewer, {0.f, 2.5f, 12.f});
+        QVERIFY(far.x() >= 0 && far.x() < kWidth && far.y() > textBottom && far.y() < kHeight);
     }
 
     void survivesANewContextAndReopening() {
