@@ -17,8 +17,13 @@ using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
 
 // Sum of squared unweighted residuals (m^2) and their count per camera, leaving out the
 // joints the floor step rewrote, so the figure measures the cameras and not that rewrite.
-void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std::map<int, double>& sums,
-                      std::map<int, int>& counts) {
+void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, const std::map<int, double>& biases,
+                      std::map<int, double>& sums, std::map<int, int>& counts) {
+    // A joint corrected for its camera's depth bias: pushed back out along its viewing ray.
+    auto corrected = [&biases](int camera, const Eigen::Vector3d& joint) -> Eigen::Vector3d {
+        auto bias = biases.find(camera);
+        return bias == biases.end() ? joint : Eigen::Vector3d(joint + bias->second * joint.normalized());
+    };
     for (const calib::CameraPairData& pair : *record.pairs) {
         const auto& a = poses.at(pair.cameraA);
         const auto& b = poses.at(pair.cameraB);
@@ -27,7 +32,8 @@ void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, std:
         const Eigen::Vector3d tA(a.t[0], a.t[1], a.t[2]), tB(b.t[0], b.t[1], b.t[2]);
         for (const calib::KeypointPair& p : pair.pairs) {
             if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
-            const double squared = (p.a - qA.conjugate() * (qB * p.b + tB - tA)).squaredNorm();
+            const Eigen::Vector3d jointA = corrected(pair.cameraA, p.a), jointB = corrected(pair.cameraB, p.b);
+            const double squared = (jointA - qA.conjugate() * (qB * jointB + tB - tA)).squaredNorm();
             for (int camera : {pair.cameraA, pair.cameraB}) {
                 sums[camera] += squared;
                 ++counts[camera];
@@ -90,8 +96,8 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
 
     std::map<int, double> before, after;
     std::map<int, int> counts, unused;
-    squaredResiduals(*record, record->before, before, counts);
-    squaredResiduals(*record, record->after, after, unused);
+    squaredResiduals(*record, record->before, record->biasesBefore, before, counts);
+    squaredResiduals(*record, record->after, record->biasesAfter, after, unused);
     std::map<int, int> blocks;
     for (const calib::CameraPairData& pair : *record->pairs) {
         blocks[pair.cameraA] += int(pair.pairs.size());

@@ -215,6 +215,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         auto bias = biases.find(camera);
         u.bias = refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
     }
+    for (const auto& [camera, u] : unknowns) record->biasesBefore[camera] = u.bias;
     const bool usable = calib::solveRefined(framePairs, unknowns, reference, refined, cold ? 3 : 1);
     record->usable = usable;
     if (usable) {
@@ -223,6 +224,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
             std::copy(u.t, u.t + 3, poses[camera].t);
             biases[camera] = u.bias;
         }
+        record->biasesAfter = biases;
     }
     record->after = poses;
     record->seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -16,6 +16,10 @@ struct SolveRecord {
     std::shared_ptr<const std::vector<CameraPairData>> pairs;
     std::map<int, SkeletonMulticameraCalibration::PoseStruct> before;
     std::map<int, SkeletonMulticameraCalibration::PoseStruct> after;
+    // Refined only: each camera's depth bias at the start and at the end of the solve, so
+    // the residuals read after the model's corrections, as the trackers' own noise.
+    std::map<int, double> biasesBefore;
+    std::map<int, double> biasesAfter;
     int reference = 0;      // camera held fixed
     bool robust = false;    // Huber loss on every keypoint pair
     bool weighted = false;  // the final solve weighted the residuals
