@@ -22,9 +22,15 @@ constexpr auto kWorld = lum::FUSION_REFERENCE_FRAME::WORLD;
 // The drift monitor needs a few frames a second, not every one.
 constexpr uint64_t kDriftFrameNs = 200000000ull;
 
-void transformBodies(lum::Bodies& bodies, const lum::Transform& pose) {
+// Each joint is first pushed back out along its viewing ray by the camera's estimated depth
+// bias (zero for Classic), so what is drawn is what the solve compared.
+void transformBodies(lum::Bodies& bodies, const lum::Transform& pose, float bias) {
     for (lum::BodyData& body : bodies.body_list) {
-        for (lum::Vector3f& p : body.keypoint) p = pose * p;
+        for (lum::Vector3f& p : body.keypoint) {
+            const float range = p.norm();
+            if (range > 0.f) p *= (range + bias) / range;
+            p = pose * p;
+        }
         body.position = pose * body.position;
     }
 }
@@ -175,7 +181,10 @@ void FusionWorker::showThroughCalibration() {
     SharedData& shared = SharedData::getInstance();
     for (const lum::CameraIdentifier& camera : subscribedCameras) {
         auto pose = calibration.calibratedPoses.find(static_cast<int>(camera.sn));
-        if (pose != calibration.calibratedPoses.end()) transformBodies(shared.cameraBodies[camera], pose->second);
+        if (pose == calibration.calibratedPoses.end()) continue;
+        auto bias = calibration.biases.find(pose->first);
+        transformBodies(shared.cameraBodies[camera], pose->second,
+                        bias == calibration.biases.end() ? 0.f : static_cast<float>(bias->second));
     }
 }
 
