@@ -11,7 +11,20 @@
 #include <cstdio>
 #include <iostream>
 
+#include "calibration/calibration_verdict.hpp"
+
 namespace {
+
+const char* readinessName(CameraReadiness readiness) {
+    switch (readiness) {
+        case CameraReadiness::NoData: return "no data";
+        case CameraReadiness::NeedsFrames: return "needs frames";
+        case CameraReadiness::Uncertain: return "settling";
+        case CameraReadiness::Moved: return "moved";
+        case CameraReadiness::Good: return "good";
+    }
+    return "";
+}
 
 // One figure for the whole room: the per-camera RMS weighted by the blocks behind it.
 std::optional<double> roomRmsMm(const CalibrationReport& report) {
@@ -153,9 +166,16 @@ void CalibrationSession::finish() {
     const bool partial = reportLeftOut(saved, refused);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
-            std::printf("  camera %d: RMS %.1f mm (from %.1f mm), sigma %.3f deg / %.1f mm, %d keypoint pairs\n",
-                        camera.camera, camera.rmsAfterMm, camera.rmsBeforeMm, camera.rotationSigmaDeg,
+            // The verdict and the uncertainty that covers systematic error come first; the
+            // formal sigma only knows random noise.
+            const CameraAssessment assessment = assessCamera(&camera, *lastUsable);
+            std::printf("  camera %d: %s, 1-sigma %.2f deg / %.1f mm, residual %.1f mm (formal sigma %.3f deg / "
+                        "%.1f mm), %d keypoint pairs\n",
+                        camera.camera, readinessName(assessment.readiness), camera.uncertainty.rotationSigmaDeg,
+                        camera.uncertainty.positionSigmaMm, camera.rmsAfterMm, camera.rotationSigmaDeg,
                         camera.translationSigmaMm, camera.residualBlocks);
+            if (assessment.readiness != CameraReadiness::Good && !assessment.advice.empty())
+                std::printf("    %s\n", assessment.advice.c_str());
         }
         std::fflush(stdout);
     }
