@@ -14,6 +14,7 @@
 #include "calibration/frame_assembler.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "pyra_sim/scene.hpp"
+#include "testing/pose_error.hpp"
 
 namespace {
 
@@ -32,15 +33,6 @@ lum::Transform toLum(const Eigen::Isometry3d& pose) {
     const Eigen::Quaternionf q(pose.linear().cast<float>());
     const Eigen::Vector3f t = pose.translation().cast<float>();
     return lum::Transform(lum::Orientation(q.x(), q.y(), q.z(), q.w()), lum::Translation(t.x(), t.y(), t.z()));
-}
-
-Eigen::Isometry3d toEigen(const lum::Transform& t) {
-    Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
-    for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 3; ++c) out.linear()(r, c) = t(r, c);
-        out.translation()(r) = t(r, 3);
-    }
-    return out;
 }
 
 // Camera to room: -z at the target, y up, then turned about the viewing axis.
@@ -177,20 +169,20 @@ Figures measure(const pyra_sim::Scene& scene, const calib::Frames& frames, Calib
     f.solved = c.calibrate();
     if (!f.solved) return f;
     const int reference = c.poses.begin()->first;
-    const Eigen::Isometry3d trueReference = toEigen(pyra_sim::findCamera(scene, unsigned(reference))->pose);
-    const Eigen::Isometry3d estimatedReference = toEigen(c.calibratedPoses.at(reference));
+    const Eigen::Isometry3d trueReference = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(reference))->pose);
+    const Eigen::Isometry3d estimatedReference = synthetic::toIsometry(c.calibratedPoses.at(reference));
     // Where the estimated world sits in the room.
     const Eigen::Isometry3d roomFromWorld = trueReference * estimatedReference.inverse();
     f.tiltDeg = std::acos(std::clamp((roomFromWorld.linear() * Eigen::Vector3d::UnitY()).y(), -1.0, 1.0)) * 180 / M_PI;
     std::vector<double> degrees, millimetres;
     for (const auto& [camera, pose] : c.poses) {
-        const Eigen::Isometry3d truth = toEigen(pyra_sim::findCamera(scene, unsigned(camera))->pose);
+        const Eigen::Isometry3d truth = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(camera))->pose);
         const Eigen::Isometry3d relative = trueReference.inverse() * truth;
         Eigen::Isometry3d estimated = Eigen::Isometry3d::Identity();
         estimated.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).toRotationMatrix();
         estimated.translation() << pose.t[0], pose.t[1], pose.t[2];
         const Eigen::Isometry3d error = relative.inverse() * estimated;
-        f.heightMm = std::max(f.heightMm, 1000 * std::abs(toEigen(c.calibratedPoses.at(camera)).translation().y() -
+        f.heightMm = std::max(f.heightMm, 1000 * std::abs(synthetic::toIsometry(c.calibratedPoses.at(camera)).translation().y() -
                                                           truth.translation().y()));
         if (camera == reference) continue;
         degrees.push_back(Eigen::AngleAxisd(error.linear()).angle() * 180 / M_PI);

@@ -15,6 +15,7 @@
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/widget_lookup.hpp"
 #include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
 
@@ -30,9 +31,7 @@ private slots:
 private:
     template <typename T>
     T* find(const char* name) {
-        T* widget = window->findChild<T*>(name);
-        if (!widget) qFatal("no widget %s", name);
-        return widget;
+        return findWidget<T>(window.get(), name);
     }
     QPushButton* button() { return find<QPushButton>("calibration_button"); }
     void clickWhenSettled(QPushButton* target);

@@ -24,6 +24,7 @@
 #include "app/mainwindow.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/widget_lookup.hpp"
 #include "workspace/room_usb.hpp"
 #include "workspace/wscreator.hpp"
 
@@ -45,9 +46,7 @@ private slots:
 private:
     template <typename T>
     T* find(const char* name) {
-        T* widget = window->findChild<T*>(name);
-        if (!widget) qFatal("no widget %s", name);
-        return widget;
+        return findWidget<T>(window.get(), name);
     }
 
     QTemporaryDir runtime;
