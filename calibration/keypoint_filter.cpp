@@ -6,6 +6,8 @@
 
 #include <Eigen/Eigenvalues>
 
+#include "calibration/keypoint_pairs.hpp"
+
 namespace calib {
 namespace {
 
@@ -26,7 +28,12 @@ Verdict judge(const lum::BodyData& body, size_t k) {
     Eigen::Matrix3d covariance;
     covariance << c[0], c[1], c[2], c[1], c[3], c[4], c[2], c[4], c[5];
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eigen(covariance, Eigen::EigenvaluesOnly);
-    if (eigen.info() != Eigen::Success || !(eigen.eigenvalues().minCoeff() >= kMinKeypointVariance))
+    if (eigen.info() != Eigen::Success) return Verdict::BadCovariance;
+    // Rounding leaves a singular matrix with large entries a small positive eigenvalue, so
+    // the spread of the eigenvalues is bounded too, and the weight made from it must exist.
+    const double smallest = eigen.eigenvalues().minCoeff(), largest = eigen.eigenvalues().maxCoeff();
+    if (!(smallest >= kMinKeypointVariance) || !(smallest >= largest * kMinVarianceRatio) ||
+        !informationFactor(body, k).allFinite())
         return Verdict::BadCovariance;
     return Verdict::Keep;
 }
