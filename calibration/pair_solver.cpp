@@ -206,20 +206,24 @@ void PairEvaluator::PrepareForEvaluation(bool evaluateJacobians, bool newEvaluat
         PairSums sums;
     };
     std::vector<Item> items;
+    size_t keypointPairs = 0;
     for (size_t pair = 0; pair < poses_.size(); ++pair) {
         const size_t n = (*pairs_)[pair].pairs.size();
+        keypointPairs += n;
         for (size_t begin = 0; begin < n; begin += kChunk)
             items.push_back({pair, begin, std::min(n, begin + kChunk), PairSums()});
     }
+    // Starting a thread costs more than summing a chunk: a small problem is summed here.
+    const int threads = keypointPairs < kChunk ? 1 : numThreads_;
     auto work = [&](int thread) {
-        for (size_t i = thread; i < items.size(); i += numThreads_) {
+        for (size_t i = thread; i < items.size(); i += threads) {
             Item& item = items[i];
             sumKeypointPairs((*pairs_)[item.pair], item.begin, item.end, poses_[item.pair], weighted_,
                              robust_, evaluateJacobians, item.sums);
         }
     };
     std::vector<std::thread> helpers;
-    for (int thread = 1; thread < numThreads_ && size_t(thread) < items.size(); ++thread)
+    for (int thread = 1; thread < threads && size_t(thread) < items.size(); ++thread)
         helpers.emplace_back(work, thread);
     work(0);
     for (std::thread& helper : helpers) helper.join();

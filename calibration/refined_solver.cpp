@@ -210,7 +210,7 @@ bool solveRefined(std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& 
         }
         ceres::Solver::Options solverOptions;
         solverOptions.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
-        solverOptions.max_num_iterations = 20;
+        solverOptions.max_num_iterations = options.maxIterations;
         solverOptions.function_tolerance = 1e-7;
         ceres::Solver::Summary summary;
         ceres::Solve(solverOptions, &problem, &summary);

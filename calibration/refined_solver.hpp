@@ -26,6 +26,8 @@ struct RefinedOptions {
     // Height of the ankle keypoints above the floor on a planted foot: where our trackers
     // put the ankle, just above the sole.
     double ankleHeight = 0.02;
+    // Iterations each reweighting round may take.
+    int maxIterations = 20;
 };
 
 // One joint seen by two cameras at the same instant, each in its own frame.

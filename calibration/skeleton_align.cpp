@@ -99,7 +99,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     const FloorKeypoints rewritten = floorKeypoints(bodyFormat);
     record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
 
-    ceres::Solver::Options options = getSolverOptions();
+    ceres::Solver::Options options = getSolverOptions(maxIterations);
     std::unique_ptr<calib::PairProblem> fast;
     std::unique_ptr<ceres::Problem> literal;
     if (solver == Solver::Fast) {
@@ -203,7 +203,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     if (cold) {
         calib::PairProblem classic(pairs, poses, false, kThreads, reference);
         ceres::Solver::Summary summary;
-        ceres::Solve(getSolverOptions(), &classic.problem(), &summary);
+        ceres::Solve(getSolverOptions(maxIterations), &classic.problem(), &summary);
         if (!summary.IsSolutionUsable()) return false;
     }
     std::map<int, calib::CameraUnknowns> unknowns;
@@ -262,8 +262,9 @@ ceres::LossFunction* getLoss() {
     return new ceres::HuberLoss(1.0);
 }
 
-ceres::Solver::Options getSolverOptions() {
+ceres::Solver::Options getSolverOptions(int maxIterations) {
     ceres::Solver::Options options;
+    options.max_num_iterations = maxIterations;
     options.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
     return options;
 }

@@ -97,6 +97,9 @@ public:
     enum class Model { Classic, Refined };
     Model model = Model::Classic;
     calib::RefinedOptions refined;
+    // Iterations one Classic solve (and Refined's cold start) may take. A live room keeps
+    // the default; a caller that only needs the paths walked, not converged, lowers it.
+    int maxIterations = 50;
     bool levelFloor = true;  // Refined: level world frame (else the reference camera's own)
     std::map<int, double> biases;  // Refined: metres toward each camera along its rays
     int keypointsLeftOut = 0;      // Refined: joints left out of the last solve (unusable covariance)
@@ -118,4 +121,4 @@ private:
 ceres::CostFunction* createResidualBlock(Eigen::Vector3d& pointA, Eigen::Vector3d& pointB,
                                          Eigen::Matrix3d& weight, std::shared_ptr<bool>& useWeight);
 ceres::LossFunction* getLoss();
-ceres::Solver::Options getSolverOptions();
+ceres::Solver::Options getSolverOptions(int maxIterations = 50);
