@@ -44,6 +44,15 @@ QTableWidgetItem* cell(const QString& text, const QString& tip = QString()) {
     return item;
 }
 
+// The first few cameras' advice: in a large room the whole list would leave the table no
+// room; every camera's advice stays on its state's tooltip.
+QString shortList(const QStringList& advices) {
+    constexpr int kShown = 3;
+    if (advices.size() <= kShown) return advices.join("<br>");
+    return advices.mid(0, kShown).join("<br>") + "<br>" +
+           QObject::tr("... and %1 more: point at a camera's state for its advice.").arg(advices.size() - kShown);
+}
+
 }  // namespace
 
 CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
@@ -74,7 +83,8 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
 
     table_ = new QTableWidget(0, 4, this);
     table_->setObjectName("report_table");
-    table_->setHorizontalHeaderLabels({tr("Camera"), tr("Shared frames"), tr("Residual, ±1σ"), tr("State")});
+    // Two-line headings: the panel is narrow, and the partners' column gives way first.
+    table_->setHorizontalHeaderLabels({tr("Camera"), tr("Shared\nframes"), tr("Residual\n±1σ"), tr("State")});
     table_->verticalHeader()->hide();
     table_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     // The state is what a user reads first: it keeps its full width, and the list of
@@ -197,6 +207,6 @@ void CalibrationPanel::refresh() {
                               .arg(clr::warning.name())
                               .arg(total - good)
                               .arg(total) +
-                          "<br>" + advices.join("<br>"));
+                          "<br>" + shortList(advices));
     setFrameCount(frames_);
 }

@@ -3,6 +3,7 @@
 #include "app/mainwindow.hpp"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QDir>
 #include <QFileInfo>
 #include <QLabel>
@@ -77,6 +78,7 @@ MainWindow::~MainWindow() {
     // The worker's thread and senders go before the widgets they report to.
     timer.stop();
     if (concluder.joinable()) concluder.join();
+    roomStopper.wait();
     fusion.close();
 }
 
@@ -99,7 +101,8 @@ void MainWindow::connectAll() {
     connect(&fusion, &FusionWorker::isInit, this, &MainWindow::stopSpinner);
     connect(&fusion, &FusionWorker::clearData, ui->viewer, &GlViewer::reset);
     connect(&fusion, &FusionWorker::newData, ui->viewer, &GlViewer::updateData);
-    connect(wsCreator, &WSCreator::stopFusionWorker, &fusion, &FusionWorker::close);
+    connect(wsCreator, &WSCreator::stopFusionWorker, this, &MainWindow::stopRoom);
+    connect(&roomStopper, &RoomStopper::stopped, this, [this] { roomOpen = false; });
     connect(wsCreator, &WSCreator::createFile, this, &MainWindow::openConfFile);
     connect(wsCreator, &WSCreator::FusionConfigReady, this, &MainWindow::onFusionConfigReady);
     connect(wsCreator, &WSCreator::selfClose, this, &MainWindow::onWsCreatorClosed);
@@ -166,15 +169,45 @@ void MainWindow::openConfFile(std::string path) {
     std::string error;
     showRoomCameras(lum::readFusionConfigurationFile(path, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
                                                      lum::UNIT::METER, &error));
-    fusion.setup(path, wsCreator->getParameters());
+    const AppParams params = wsCreator->getParameters();
+    replaceRoom([this, path, params] { fusion.setup(path, params); });
 }
 
 void MainWindow::onFusionConfigReady(std::vector<lum::FusionConfiguration> list) {
     setAsReady();
     ui->viewer->reset();
-    fusion.close();
     showRoomCameras(list);
-    fusion.setup(list, wsCreator->getParameters());
+    const AppParams params = wsCreator->getParameters();
+    replaceRoom([this, list, params] { fusion.setup(list, params); });
+}
+
+void MainWindow::stopRoom() {
+    enableModules(false);
+    makeCalibrationPossible(false);
+    roomStopper.stopThen();
+}
+
+void MainWindow::replaceRoom(std::function<void()> start) {
+    roomStopper.stopThen([this, start] {
+        start();
+        roomOpen = true;
+    });
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (step == CalibrationStep::Concluding) {
+        closeRequested = true;
+        event->ignore();
+        return;
+    }
+    if (!roomOpen && !roomStopper.isStopping()) {
+        event->accept();
+        return;
+    }
+    event->ignore();
+    hide();
+    // Replaces a room still waiting to start: nothing starts once the window is going.
+    roomStopper.stopThen([this] { close(); });
 }
 
 void MainWindow::showRoomCameras(const std::vector<lum::FusionConfiguration>& list) {
@@ -282,11 +315,12 @@ void MainWindow::onCalibrationConcluded(std::vector<lum::FusionConfiguration> ca
         ui->report_panel->setConclusion(
             tr("No calibration yet: no solve was usable. Start again and walk where several cameras see you."));
         prompts->exec(nothingToSaveMessage());
-        return;
+    } else {
+        roomCalibrated = true;
+        showUncalibratedNote(false);
+        saveCalibration();
     }
-    roomCalibrated = true;
-    showUncalibratedNote(false);
-    saveCalibration();
+    if (closeRequested) close();
 }
 
 bool MainWindow::saveCalibration() {

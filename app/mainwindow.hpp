@@ -5,12 +5,14 @@
 #include <QMainWindow>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "core/shared_records.hpp"
+#include "app/room_stopper.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "lum/lum.hpp"
 
@@ -61,6 +63,8 @@ private slots:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    // With a room running, the window goes at once and closes once the room has stopped.
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     // Where the calibration button stands. `Concluding` lasts from Finish until the last
@@ -68,6 +72,9 @@ private:
     enum class CalibrationStep { Unavailable, Idle, Collecting, Concluding };
 
     void setCalibrationStep(CalibrationStep step);
+    // Stops the running room off the GUI thread; `start` then sets up the next one.
+    void stopRoom();
+    void replaceRoom(std::function<void()> start);
     void beginCalibration();
     void concludeCalibration();
     void keepUnsavedCalibration(const QString& why);
@@ -79,6 +86,7 @@ private:
 
     // The worker and the timer come first: they are built before the form.
     FusionWorker fusion;
+    RoomStopper roomStopper{fusion};
     QTimer timer;
     std::unique_ptr<Ui::MainWindow> ui;
     std::shared_ptr<UserPrompts> prompts;
@@ -92,4 +100,8 @@ private:
     std::thread concluder;
     std::vector<lum::FusionConfiguration> lastCalibration;
     bool roomCalibrated = false;
+    // A room was set up and has not been stopped since.
+    bool roomOpen = false;
+    // Closing was asked while the last solve landed: the window closes after saving.
+    bool closeRequested = false;
 };

@@ -123,8 +123,15 @@ void FusionWorker::close() {
     }
     // A start-up that gave up already started the senders; they are stopped here too.
     fusion->close();
-    for (auto& [serial, sender] : senders) sender->close();
-    senders.clear();
+    // Closed from a thread of its own while the GUI may switch modules: the senders leave
+    // the map under the lock, and are closed outside it.
+    std::map<int, std::unique_ptr<PyraWorker>> closing;
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        closing.swap(senders);
+    }
+    for (auto& [serial, sender] : closing) sender->close();
+    closing.clear();
     solver.wait();
     {
         std::lock_guard<std::mutex> lock(workerMutex);

@@ -74,6 +74,8 @@ public:
     std::vector<lum::FusionConfiguration> concludeCalibration();
     // Concludes, asks where to save and writes the file. True when a file was written.
     bool finishCalib(CALIB kind);
+    // Stops the room: joins the worker, closes the senders, waits for a running solve.
+    // Takes as long as the slowest of them, so a window calls it from a thread of its own.
     void close();
 
     // The model the next solves use; Refined also brings every camera's body to one instant.

@@ -15,13 +15,17 @@
     </message>
     <message>
         <location filename="../../app/calibration_panel.cpp" line="90"/>
-        <source>Shared frames</source>
-        <translation>Images partagées</translation>
+        <source>Shared
+frames</source>
+        <translation>Images
+partagées</translation>
     </message>
     <message>
         <location filename="../../app/calibration_panel.cpp" line="90"/>
-        <source>Residual, ±1σ</source>
-        <translation>Résidu, ±1σ</translation>
+        <source>Residual
+±1σ</source>
+        <translation>Résidu
+±1σ</translation>
     </message>
     <message>
         <location filename="../../app/calibration_panel.cpp" line="90"/>

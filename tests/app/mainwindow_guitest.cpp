@@ -2,6 +2,9 @@
 // set-up shown over the window, and a room that fails to start.
 #include <QAction>
 #include <QCheckBox>
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QScopeGuard>
 #include <QApplication>
 #include <QHeaderView>
 #include <QLabel>
@@ -11,6 +14,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
+#include <QStyle>
 #include <QStackedWidget>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -40,6 +44,7 @@ private slots:
     void roomThatFailsToStartKeepsTheSpinnerTurning();
     void reportPanelNamesTheCamerasThatLackData();
     void closingWhileTheRoomStartsNeverWaitsForABox();
+    void stoppingARoomNeverHoldsTheWindow();
     void frenchTranslationIsFoundByLanguageName();
     void calibrationModelChoiceIsRemembered();
 
@@ -185,6 +190,29 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
         QVERIFY2(table->columnWidth(3) >= table->fontMetrics().horizontalAdvance(state), qPrintable(state));
     }
     QVERIFY(table->horizontalHeader()->length() <= table->viewport()->width());
+    // So is every column's heading, with six cameras of eight-digit serials; their advice
+    // leaves the table room to be read.
+    std::vector<int> serials;
+    for (int i = 0; i < 6; ++i) serials.push_back(30123456 + i);
+    report.cameras.clear();
+    for (int serial : serials) {
+        std::map<int, int> shared;
+        for (int other : serials)
+            if (other != serial) shared[other] = 1234;
+        report.cameras.push_back(camera(serial, shared, 0.25, 12.3));
+    }
+    panel.setRoomCameras(serials);
+    panel.setReport(report);
+    QVERIFY(panel.summaryText().contains("and 3 more"));
+    const QHeaderView* header = table->horizontalHeader();
+    const int margins = 2 * header->style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, header);
+    for (int column = 0; column < table->columnCount(); ++column) {
+        const QString heading = table->horizontalHeaderItem(column)->text();
+        int widest = 0;
+        for (const QString& line : heading.split('\n'))
+            widest = std::max(widest, header->fontMetrics().horizontalAdvance(line));
+        QVERIFY2(header->sectionSize(column) >= widest + margins, qPrintable(heading));
+    }
 }
 
 void MainWindowTest::closingWhileTheRoomStartsNeverWaitsForABox() {
@@ -206,6 +234,46 @@ void MainWindowTest::closingWhileTheRoomStartsNeverWaitsForABox() {
     };
     QTRY_VERIFY_WITH_TIMEOUT(boxShown(), 60000);
     window.reset();
+}
+
+void MainWindowTest::stoppingARoomNeverHoldsTheWindow() {
+    // A first start optimises the AI model for seconds on the worker's side. Changing the
+    // room, stopping it from the set-up or closing the window meanwhile returns at once.
+    const auto restore = qScopeGuard([cache = qgetenv("PYRA_MODEL_CACHE")] {
+        qputenv("PYRA_MODEL_CACHE", cache);
+        qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
+    });
+    QTemporaryDir firstModels, secondModels;
+    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "6");
+    const auto optimising = [this] { return prompts->titles().count("AI model not downloaded or optimized"); };
+    const std::vector<lum::FusionConfiguration> room = roomusb::discover().configurations;
+    QVERIFY(room.size() >= 2);
+
+    qputenv("PYRA_MODEL_CACHE", firstModels.path().toLocal8Bit());
+    window->onFusionConfigReady(room);
+    QTRY_COMPARE_WITH_TIMEOUT(optimising(), 1, 30000);
+    QElapsedTimer clock;
+    clock.start();
+    emit window->workspaceCreator()->stopFusionWorker();
+    window->onFusionConfigReady(room);
+    QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY(!find<QPushButton>("calibration_button")->isEnabled());
+    // The room asked for last starts once the first has stopped.
+    QTRY_VERIFY_WITH_TIMEOUT(!find<WaitingSpinnerWidget>("spinner")->isSpinning(), 60000);
+    QVERIFY(find<QPushButton>("calibration_button")->isEnabled());
+
+    qputenv("PYRA_MODEL_CACHE", secondModels.path().toLocal8Bit());
+    window->onFusionConfigReady(room);
+    QTRY_COMPARE_WITH_TIMEOUT(optimising(), 2, 30000);
+    // The window is deleted once it really closed, which is after the room stopped.
+    MainWindow* closing = window.release();
+    closing->setAttribute(Qt::WA_DeleteOnClose);
+    QPointer<MainWindow> alive(closing);
+    clock.restart();
+    closing->close();
+    QVERIFY2(clock.elapsed() < 2000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY(alive && !alive->isVisible());
+    QTRY_VERIFY_WITH_TIMEOUT(alive.isNull(), 60000);
 }
 
 void MainWindowTest::frenchTranslationIsFoundByLanguageName() {
