@@ -138,6 +138,19 @@ TEST(HaldenCli, RefusesBadOutputsAndScenesBeforeCollecting) {
         const CliRun bad = runCli({"calibrate", "--usb", "--output", inTemporary("room")}, 30000);
         EXPECT_EQ(bad.status, 2);
         EXPECT_NE(bad.err.find("cameras[0].serial"), std::string::npos) << bad.err;
+        // A room file of this computer's cameras finds none of them either.
+        std::vector<lum::FusionConfiguration> room(2);
+        for (int i = 0; i < 2; ++i) {
+            room[i].serial_number = 41001 + i;
+            room[i].communication_parameters.setForSharedMemory();
+        }
+        const QString file = inTemporary("usb_room.json");
+        ASSERT_TRUE(lum::writeConfigurationFile(file.toStdString(), room, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                lum::UNIT::METER));
+        const CliRun fromFile = runCli({"calibrate", "--room", file, "--output", inTemporary("room")}, 30000);
+        EXPECT_EQ(fromFile.status, 2);
+        EXPECT_NE(fromFile.err.find("cameras[0].serial"), std::string::npos) << fromFile.err;
+        EXPECT_NE(fromFile.err.find("none of them is plugged in"), std::string::npos) << fromFile.err;
     }
     ScopedVariable folder("PYRA_SIM_SCENE", platform_test::privateFolder("halden-cli"));
     const CliRun notAFile = runCli({"calibrate", "--usb", "--output", inTemporary("room")}, 30000);

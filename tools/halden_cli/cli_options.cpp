@@ -57,7 +57,7 @@ is one line redrawn in place on a terminal, plain lines otherwise, on standard e
 Exit status:
   0  a calibration was written
   1  bad command line
-  2  no room: unreadable room file, or no camera plugged in
+  2  no room: unreadable room file, or none of its cameras plugged in
   3  the room has fewer than two cameras
   4  the fusion could not start (fewer than two cameras opened or subscribed)
   5  nothing to save: no calibration could be computed from what was collected

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <iostream>
+#include <set>
 
 #include "tools/halden_cli/calibration_session.hpp"
 #include "tools/halden_cli/cli_options.hpp"
@@ -26,6 +27,18 @@ int listDevices() {
     }
     for (const std::string& line : room.lines) std::cout << line << std::endl;
     return 0;
+}
+
+// True when every camera of the room is one of this computer's and none is plugged in:
+// opening them would only fail one by one.
+bool noneAttached(const std::vector<lum::FusionConfiguration>& room) {
+    std::set<unsigned int> plugged;
+    for (const lum::DeviceProperties& device : lum::Camera::getDeviceList()) plugged.insert(device.serial_number);
+    for (const lum::FusionConfiguration& camera : room)
+        if (camera.communication_parameters.getType() != lum::COMM_TYPE::SHARED_MEMORY ||
+            plugged.count(camera.serial_number))
+            return false;
+    return true;
 }
 
 // The room to calibrate, or a status when there is none worth starting.
@@ -50,6 +63,11 @@ int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& r
         std::cerr << "halden-cli: the room has " << room.size()
                   << " camera; a calibration needs at least two" << std::endl;
         return kTooFewCameras;
+    }
+    if (!options.usb && noneAttached(room)) {
+        std::cerr << "halden-cli: no room: " << options.roomFile
+                  << " lists cameras of this computer, and none of them is plugged in" << std::endl;
+        return kNoRoom;
     }
     return 0;
 }
