@@ -303,6 +303,10 @@ bool FusionWorker::finishCalib(CALIB) {
     const QString chosen =
         prompts->askSaveFileName("Save room calibration", "", "Pyra Room Calibration files (*.json)");
     const std::string name = calibrationFileName(chosen);
+    if (name.empty()) {
+        std::cout << "Saving was cancelled: nothing was written." << std::endl;
+        return false;
+    }
     std::cout << "Writing file " << name << std::endl;
     std::string problem;
     const bool written = lum::writeConfigurationFile(name, calibrated, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,

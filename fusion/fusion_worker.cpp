@@ -10,9 +10,9 @@
 #include "core/console_prompts.hpp"
 
 std::string calibrationFileName(const QString& chosen) {
-    const QString name = chosen.isEmpty() ? QString("~/calib.json") : chosen;
-    if (name.split('.').last() != "json") return (name + ".json").toStdString();
-    return name.toStdString();
+    if (chosen.isEmpty()) return std::string();
+    if (chosen.split('.').last() != "json") return (chosen + ".json").toStdString();
+    return chosen.toStdString();
 }
 
 PromptMessage nothingToSaveMessage() {

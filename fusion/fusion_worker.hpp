@@ -31,8 +31,8 @@ struct LoopTiming {
     double longestIntervalMs = 0;  // between the starts of two process() calls
 };
 
-// The name a calibration is saved under: "~/calib.json" when none was chosen, and ".json"
-// appended unless the last dot-separated piece already is "json".
+// The name a calibration is saved under: ".json" appended unless the last dot-separated
+// piece already is "json"; empty when none was chosen (nothing is saved then).
 std::string calibrationFileName(const QString& chosen);
 
 // Said instead of asking for a file name when no solve was usable.
@@ -72,7 +72,8 @@ public:
     // hands the room's configurations with the calibrated poses, which the fusion now uses
     // too; empty when no solve was usable.
     std::vector<lum::FusionConfiguration> concludeCalibration();
-    // Concludes, asks where to save and writes the file. True when a file was written.
+    // Concludes, asks where to save and writes the file. True when a file was written;
+    // a cancelled question writes nothing.
     bool finishCalib(CALIB kind);
     // Stops the room: joins the worker, closes the senders, waits for a running solve.
     // Takes as long as the slowest of them, so a window calls it from a thread of its own.

@@ -63,7 +63,7 @@ TEST(CalibrationControl, FramePairsOnlyCamerasSeeingExactlyOnePerson) {
 }
 
 TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
-    EXPECT_EQ(calibrationFileName(""), "~/calib.json");
+    EXPECT_EQ(calibrationFileName(""), "");
     EXPECT_EQ(calibrationFileName("/tmp/room"), "/tmp/room.json");
     EXPECT_EQ(calibrationFileName("/tmp/room.txt"), "/tmp/room.txt.json");
     EXPECT_EQ(calibrationFileName("/tmp/room.json"), "/tmp/room.json");
@@ -134,6 +134,21 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
 
     ASSERT_TRUE(worker.finishCalib(SKELETON_CALIB));
     EXPECT_TRUE(published);
+
+    // A second calibration whose file name question is cancelled writes nothing at all.
+    const std::string home = platform_test::privateFolder("home");
+    ::setenv("HOME", home.c_str(), 1);
+    published = false;
+    ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
+    const int reportsBefore = usableReports;
+    worker.setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 4));
+    ASSERT_TRUE(fusiontest::waitFor([&] { return usableReports > reportsBefore; }));
+    const QString chosen = prompts->saveName;
+    prompts->saveName.clear();
+    EXPECT_FALSE(worker.finishCalib(SKELETON_CALIB));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(home + "/calib.json")));
+    EXPECT_FALSE(published);
+    prompts->saveName = chosen;
     worker.close();
 
     std::string problem;
