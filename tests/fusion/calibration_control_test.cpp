@@ -88,6 +88,9 @@ TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
 
 TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     platform_test::isolateProcess();
+    // Set before any thread starts: the cancelled save below must leave this folder empty.
+    const std::string home = platform_test::privateFolder("home");
+    ::setenv("HOME", home.c_str(), 1);
     const pyra_sim::Scene scene = pyra_sim::defaultScene();
     pyra_sim::setActiveScene(scene);
     const std::map<int, lum::Transform> truth = sceneTruth(scene);
@@ -136,8 +139,6 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     EXPECT_TRUE(published);
 
     // A second calibration whose file name question is cancelled writes nothing at all.
-    const std::string home = platform_test::privateFolder("home");
-    ::setenv("HOME", home.c_str(), 1);
     published = false;
     ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
     const int reportsBefore = usableReports;
