@@ -10,9 +10,7 @@ RoomStopper::~RoomStopper() { wait(); }
 
 void RoomStopper::stopThen(std::function<void()> next_) {
     if (next_) next = std::move(next_);
-    if (stopping) return;
-    stopping = true;
-    if (thread.joinable()) thread.join();  // an earlier stop that has already reported
+    if (isStopping()) return;
     thread = std::thread([this] {
         worker.close();
         QMetaObject::invokeMethod(this, &RoomStopper::onStopped, Qt::QueuedConnection);
@@ -24,8 +22,7 @@ void RoomStopper::wait() {
 }
 
 void RoomStopper::onStopped() {
-    if (thread.joinable()) thread.join();
-    stopping = false;
+    wait();
     std::function<void()> then = std::move(next);
     next = nullptr;
     emit stopped();

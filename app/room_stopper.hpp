@@ -19,7 +19,8 @@ public:
     // object's thread. A later call's `next` replaces one that has not run yet, so only
     // the room the user asked for last starts; a call without one replaces nothing.
     void stopThen(std::function<void()> next = {});
-    bool isStopping() const { return stopping; }
+    // From stopThen() until the stop has reported back on this object's thread.
+    bool isStopping() const { return thread.joinable(); }
     // Blocks until a stop under way has ended; for the owner's destructor only.
     void wait();
 
@@ -31,6 +32,5 @@ private:
 
     FusionWorker& worker;
     std::thread thread;
-    bool stopping = false;
     std::function<void()> next;
 };
