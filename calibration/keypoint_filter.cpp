@@ -6,8 +6,6 @@
 
 #include <Eigen/Eigenvalues>
 
-#include "calibration/keypoint_pairs.hpp"
-
 namespace calib {
 namespace {
 
@@ -30,10 +28,9 @@ Verdict judge(const lum::BodyData& body, size_t k) {
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eigen(covariance, Eigen::EigenvaluesOnly);
     if (eigen.info() != Eigen::Success) return Verdict::BadCovariance;
     // Rounding leaves a singular matrix with large entries a small positive eigenvalue, so
-    // the spread of the eigenvalues is bounded too, and the weight made from it must exist.
+    // the spread of the eigenvalues is bounded too: within it the weight always exists.
     const double smallest = eigen.eigenvalues().minCoeff(), largest = eigen.eigenvalues().maxCoeff();
-    if (!(smallest >= kMinKeypointVariance) || !(smallest >= largest * kMinVarianceRatio) ||
-        !informationFactor(body, k).allFinite())
+    if (!(smallest >= kMinKeypointVariance) || !(smallest >= largest * kMinVarianceRatio))
         return Verdict::BadCovariance;
     return Verdict::Keep;
 }

@@ -121,4 +121,4 @@ private:
 ceres::CostFunction* createResidualBlock(Eigen::Vector3d& pointA, Eigen::Vector3d& pointB,
                                          Eigen::Matrix3d& weight, std::shared_ptr<bool>& useWeight);
 ceres::LossFunction* getLoss();
-ceres::Solver::Options getSolverOptions(int maxIterations = 50);
+ceres::Solver::Options getSolverOptions(int maxIterations);
