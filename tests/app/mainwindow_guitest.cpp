@@ -30,6 +30,7 @@
 #include "app/calibration_panel.hpp"
 #include "app/mainwindow.hpp"
 #include "style/waiting_spinner_widget.hpp"
+#include "testing/camera_report.hpp"
 #include "tests/app/recording_prompts.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "workspace/room_usb.hpp"
@@ -146,16 +147,7 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     QCOMPARE(panel.rowCount(), 3);
     QCOMPARE(panel.readinessAt(0), CameraReadiness::NoData);
 
-    auto camera = [](int id, std::map<int, int> shared, double rotationSigma, double translationSigma) {
-        CameraCalibrationReport report;
-        report.camera = id;
-        report.residualBlocks = shared.empty() ? 0 : 1000;
-        report.framesSharedWith = std::move(shared);
-        report.uncertainty.rotationSigmaDeg = rotationSigma;
-        report.uncertainty.positionSigmaMm = translationSigma;
-        report.uncertainty.residualGrowth = 1.0;
-        return report;
-    };
+    const auto camera = synthetic::cameraReport;
     CalibrationReport report;
     report.usable = true;
     // Camera 3 of the room never shared a frame; camera 4 is not in the room list at all.

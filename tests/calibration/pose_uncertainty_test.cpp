@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "calibration/calibration_verdict.hpp"
+#include "testing/camera_report.hpp"
 #include "testing/sim_walk.hpp"
 
 namespace {
@@ -70,13 +71,7 @@ TEST(PoseUncertainty, aCameraKnockedDuringTheWalkReadsMovedAndTheOthersDoNot) {
 
 TEST(CalibrationVerdict, saysWhatIsMissing) {
     auto camera = [](int id, std::map<int, int> shared, double rotationSigma, double positionSigma) {
-        CameraCalibrationReport c;
-        c.camera = id;
-        c.residualBlocks = shared.empty() ? 0 : 1000;
-        c.framesSharedWith = std::move(shared);
-        c.uncertainty.rotationSigmaDeg = rotationSigma;
-        c.uncertainty.positionSigmaMm = positionSigma;
-        c.uncertainty.residualGrowth = 1.0;
+        CameraCalibrationReport c = synthetic::cameraReport(id, std::move(shared), rotationSigma, positionSigma);
         c.uncertainty.trackerBiasMm = 0.2 * positionSigma;
         c.uncertainty.coverage = {500, 0.5, 0.5, 0.5, 0.5};
         return c;
