@@ -157,32 +157,32 @@ double median(std::vector<double> v) {
 Figures measure(const pyra_sim::Scene& scene, const calib::Frames& frames, Calibration::Model model,
                 bool bias, bool floor) {
     Calibration c;
-    c.model = model;
-    c.bodyFormat = 0;
-    c.refined.estimateBias = bias;
-    c.levelFloor = floor;
+    c.options.model = model;
+    c.options.bodyFormat = 0;
+    c.options.refined.estimateBias = bias;
+    c.options.levelFloor = floor;
     for (const auto& [ts, bodies] : frames) {
         std::map<int, lum::BodyData> copy = bodies;
-        c.addSkeletonData(ts, copy);
+        c.frames.add(ts, copy);
     }
     Figures f;
     f.solved = c.calibrate();
     if (!f.solved) return f;
-    const int reference = c.poses.begin()->first;
+    const int reference = c.state.poses.begin()->first;
     const Eigen::Isometry3d trueReference = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(reference))->pose);
-    const Eigen::Isometry3d estimatedReference = synthetic::toIsometry(c.calibratedPoses.at(reference));
+    const Eigen::Isometry3d estimatedReference = synthetic::toIsometry(c.state.calibratedPoses.at(reference));
     // Where the estimated world sits in the room.
     const Eigen::Isometry3d roomFromWorld = trueReference * estimatedReference.inverse();
     f.tiltDeg = std::acos(std::clamp((roomFromWorld.linear() * Eigen::Vector3d::UnitY()).y(), -1.0, 1.0)) * 180 / M_PI;
     std::vector<double> degrees, millimetres;
-    for (const auto& [camera, pose] : c.poses) {
+    for (const auto& [camera, pose] : c.state.poses) {
         const Eigen::Isometry3d truth = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(camera))->pose);
         const Eigen::Isometry3d relative = trueReference.inverse() * truth;
         Eigen::Isometry3d estimated = Eigen::Isometry3d::Identity();
         estimated.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).toRotationMatrix();
         estimated.translation() << pose.t[0], pose.t[1], pose.t[2];
         const Eigen::Isometry3d error = relative.inverse() * estimated;
-        f.heightMm = std::max(f.heightMm, 1000 * std::abs(synthetic::toIsometry(c.calibratedPoses.at(camera)).translation().y() -
+        f.heightMm = std::max(f.heightMm, 1000 * std::abs(synthetic::toIsometry(c.state.calibratedPoses.at(camera)).translation().y() -
                                                           truth.translation().y()));
         if (camera == reference) continue;
         degrees.push_back(Eigen::AngleAxisd(error.linear()).angle() * 180 / M_PI);

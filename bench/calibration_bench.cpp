@@ -38,9 +38,9 @@ void solveTwice(benchmark::State& state, int cameras, int frames, Kind kind) {
     options.everythingVisible = true;
     synthetic::Room room(options);
     Calibration store;
-    store.bodyFormat = 0;
-    store.solver = literal ? Calibration::Solver::Reference : Calibration::Solver::Fast;
-    if (kind == kRefined) store.model = Calibration::Model::Refined;
+    store.options.bodyFormat = 0;
+    store.options.solver = literal ? Calibration::Solver::Reference : Calibration::Solver::Fast;
+    if (kind == kRefined) store.options.model = Calibration::Model::Refined;
     room.feed(store, frames);
     Timing& timing = timings[{cameras, frames, kind}];
     timing.blocks = frames * cameras * (cameras - 1) * 18;
@@ -106,7 +106,7 @@ void printAccuracyTable() {
     std::printf("\n| calibrate | walked | frames | solve | per camera: rotation error (deg) / translation error (mm) |\n");
     std::printf("|---|---|---|---|---|\n");
     Calibration calibration;
-    calibration.bodyFormat = 0;
+    calibration.options.bodyFormat = 0;
     const uint64_t start = 1700000000ull * 1000000000ull;
     int calls = 0;
     for (int step = 1; step <= 240; ++step) {
@@ -120,19 +120,19 @@ void printAccuracyTable() {
             const lum::Bodies bodies = pyra_sim::observe(scene, camera, uint64_t(frameTime * 1e9), observation);
             if (bodies.body_list.size() == 1) frame[int(camera.serial)] = bodies.body_list.front();
         }
-        if (frame.size() >= 2) calibration.addSkeletonData(lum::Timestamp(now), frame);
+        if (frame.size() >= 2) calibration.frames.add(lum::Timestamp(now), frame);
         const bool milestone = step == 60 || step == 120 || step == 240;
-        if (int(calibration.frames.size()) - calibration.framesAtLastCalibration <= 10 && !milestone) continue;
-        if (int(calibration.frames.size()) == calibration.framesAtLastCalibration) continue;
+        if (int(calibration.frames.size()) - calibration.state.framesAtLastCalibration <= 10 && !milestone) continue;
+        if (int(calibration.frames.size()) == calibration.state.framesAtLastCalibration) continue;
         ++calls;
         if (!calibration.calibrate()) continue;
         const CalibrationReport report = makeCalibrationReport(calibration);
         const char* mark = milestone ? "**" : "";
         std::printf("| %d | %s%.0f s%s | %zu | %.0f ms |", calls, mark, step * 0.5, mark, calibration.frames.size(),
                     report.solveSeconds * 1e3);
-        const lum::Transform toReference = lum::Transform::inverse(calibration.calibratedPoses.at(reference));
+        const lum::Transform toReference = lum::Transform::inverse(calibration.state.calibratedPoses.at(reference));
         const lum::Transform trueToReference = lum::Transform::inverse(truth.at(reference));
-        for (const auto& [camera, pose] : calibration.calibratedPoses) {
+        for (const auto& [camera, pose] : calibration.state.calibratedPoses) {
             if (camera == reference) continue;
             const lum::Transform error =
                 lum::Transform::inverse(trueToReference * truth.at(camera)) * (toReference * pose);

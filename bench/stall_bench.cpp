@@ -58,7 +58,7 @@ void BM_LoopWhileSolving(benchmark::State& state) {
         QThread::sleep(3);
         const LoopTiming rest = worker.loopTiming();
 
-        worker.setCalibrationStore(store);
+        worker.setCalibrationFrames(store.frames);
         worker.resetLoopTiming();
         const int framesBefore = frames;
         const auto started = std::chrono::steady_clock::now();
@@ -89,7 +89,7 @@ void BM_InlineSolve(benchmark::State& state) {
     const SkeletonMulticameraCalibration store = synthetic::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
     for (auto _ : state) {
         SkeletonMulticameraCalibration copy = store;
-        copy.bodyFormat = 0;
+        copy.options.bodyFormat = 0;
         benchmark::DoNotOptimize(copy.calibrate());
     }
 }

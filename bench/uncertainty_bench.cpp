@@ -26,8 +26,8 @@ void printCoverage(double seconds, Model model) {
     Tally tally;
     for (const simwalk::NamedScene& named : simwalk::coverageScenes()) {
         const simwalk::Walk walk = simwalk::calibrateWalk(named.scene, seconds, model);
-        const auto errors = simwalk::errorsAgainstTruth(named.scene, walk.store.calibratedPoses);
-        const int reference = walk.store.calibratedPoses.empty() ? 0 : walk.store.calibratedPoses.begin()->first;
+        const auto errors = simwalk::errorsAgainstTruth(named.scene, walk.store.state.calibratedPoses);
+        const int reference = walk.store.state.calibratedPoses.empty() ? 0 : walk.store.state.calibratedPoses.begin()->first;
         for (const CameraCalibrationReport& camera : walk.report.cameras) {
             if (camera.camera == reference || !errors.count(camera.camera)) continue;
             const simwalk::PoseError& error = errors.at(camera.camera);

@@ -87,7 +87,7 @@ bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matr
 
 CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration) {
     CalibrationReport report;
-    const std::shared_ptr<const calib::SolveRecord> record = calibration.lastSolve;
+    const std::shared_ptr<const calib::SolveRecord> record = calibration.state.lastSolve;
     if (!record) return report;
     report.usable = record->usable;
     report.frames = record->frames;

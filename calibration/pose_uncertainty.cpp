@@ -25,16 +25,14 @@ struct HalfSolve {
 };
 
 bool solveHalf(const SkeletonMulticameraCalibration& solved, bool later, HalfSolve& out) {
-    SkeletonMulticameraCalibration half(solved);
-    half.frames.clear();
+    SkeletonMulticameraCalibration half;
+    half.options = solved.options;
+    half.state = solved.state;
     const size_t middle = solved.frames.size() / 2;
-    size_t index = 0;
-    for (const auto& [timestamp, bodies] : solved.frames) {
-        if ((index++ >= middle) == later) half.frames.emplace(timestamp, bodies);
-    }
+    half.frames = later ? solved.frames.slice(middle, solved.frames.size()) : solved.frames.slice(0, middle);
     if (half.frames.size() < kMinimumHalfFrames || !half.calibrate()) return false;
-    out.poses = half.poses;
-    out.biases = half.biases;
+    out.poses = half.state.poses;
+    out.biases = half.state.biases;
     out.report = makeCalibrationReport(half);
     return true;
 }
@@ -63,7 +61,7 @@ double combined(double scale, double formal, double halvesApart, double bias) {
 }
 
 bool estimatesPull(const SkeletonMulticameraCalibration& solved) {
-    return solved.model == SkeletonMulticameraCalibration::Model::Refined && solved.refined.estimateBias;
+    return solved.options.model == SkeletonMulticameraCalibration::Model::Refined && solved.options.refined.estimateBias;
 }
 
 double pullMm(const std::map<int, double>& biases, int camera) {
@@ -110,8 +108,8 @@ std::map<int, ViewGeometry> viewGeometry(const calib::SolveRecord& record) {
 }  // namespace
 
 void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, CalibrationReport& report) {
-    if (!report.usable || !solved.lastSolve || !solved.lastSolve->pairs) return;
-    const std::map<int, ViewGeometry> geometry = viewGeometry(*solved.lastSolve);
+    if (!report.usable || !solved.state.lastSolve || !solved.state.lastSolve->pairs) return;
+    const std::map<int, ViewGeometry> geometry = viewGeometry(*solved.state.lastSolve);
     for (CameraCalibrationReport& camera : report.cameras) {
         auto found = geometry.find(camera.camera);
         if (found != geometry.end()) camera.uncertainty.coverage = found->second.coverage;
@@ -119,7 +117,7 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
 
     HalfSolve earlier, later;
     if (!solveHalf(solved, false, earlier) || !solveHalf(solved, true, later)) return;
-    const int reference = solved.lastSolve->reference;
+    const int reference = solved.state.lastSolve->reference;
     const ViewGeometry referenceView = geometry.count(reference) ? geometry.at(reference) : ViewGeometry();
     for (CameraCalibrationReport& camera : report.cameras) {
         const CameraCalibrationReport* first = findCamera(earlier.report, camera.camera);
@@ -138,7 +136,7 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
             // The pull is estimated, so what remains is how far the halves disagree on it
             // (relative to the reference's) and the part no single figure per camera fits.
             scale = kRefinedUncertaintyScale;
-            pull = kRefinedPullShare * std::abs(pullMm(solved.biases, camera.camera));
+            pull = kRefinedPullShare * std::abs(pullMm(solved.state.biases, camera.camera));
             const double pullApartMm = (pullMm(earlier.biases, camera.camera) - pullMm(earlier.biases, reference)) -
                                        (pullMm(later.biases, camera.camera) - pullMm(later.biases, reference));
             halvesMm = std::hypot(halvesMm, pullApartMm);

@@ -58,31 +58,49 @@ std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& 
     return cameras;
 }
 
-}  // namespace
+using WorldJoints = decltype(calib::SolverState::worldJoints);
 
-void SkeletonMulticameraCalibration::addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies) {
-    for (const auto& [camera, body] : bodies) {
-        lum::BodyData& stored = frames[ts][camera] = body;
-        calib::dropUnusableKeypoints(stored, droppedKeypoints);
-        cameraSeen[camera] = true;
+// The stored frames with the joints Classic's floor steps carried into the world.
+calib::Frames withWorldJoints(const calib::Frames& frames, const WorldJoints& world, const FloorKeypoints& up) {
+    calib::Frames rewritten = frames;
+    for (const auto& [ts, cameras] : world) {
+        auto frame = rewritten.find(ts);
+        if (frame == rewritten.end()) continue;
+        for (const auto& [camera, joints] : cameras) {
+            auto body = frame->second.find(camera);
+            if (body == frame->second.end()) continue;
+            std::vector<lum::Vector3f>& keypoint = body->second.keypoint;
+            const size_t from = size_t(up.upFrom), to = size_t(up.upTo);
+            if (up.upFrom < 0 || up.upTo < 0 || std::max(from, to) >= keypoint.size()) continue;
+            keypoint[from] = joints[0];
+            keypoint[to] = joints[1];
+        }
     }
-    lastTimestamp = ts;
+    return rewritten;
 }
 
+}  // namespace
+
 bool SkeletonMulticameraCalibration::calibrate() {
-    return model == Model::Refined ? calibrateRefined() : calibrateClassic();
+    return options.model == Model::Refined ? calibrateRefined() : calibrateClassic();
 }
 
 bool SkeletonMulticameraCalibration::calibrateClassic() {
     const auto start = std::chrono::steady_clock::now();
+    std::map<int, PoseStruct>& poses = state.poses;
     const bool robust = !poses.empty();
-    *weightByCovariance = false;
-    for (const auto& [camera, seen] : cameraSeen)
+    *state.weightByCovariance = false;
+    for (int camera : frames.cameras())
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
-    framesAtLastCalibration = int(frames.size());
+    state.framesAtLastCalibration = int(frames.size());
+    // Earlier floor steps carried some joints into the world; this solve reads them so.
+    calib::Frames rewrittenFrames;
+    if (!state.worldJoints.empty())
+        rewrittenFrames = withWorldJoints(frames.all(), state.worldJoints, floorKeypoints(options.bodyFormat));
+    const calib::Frames& seen = state.worldJoints.empty() ? frames.all() : rewrittenFrames;
 
     auto record = std::make_shared<calib::SolveRecord>();
-    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(frames));
+    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(seen));
     int residualBlocks = 0;
     for (const calib::CameraPairData& pair : *pairs) residualBlocks += int(pair.pairs.size());
     if (residualBlocks < kMinimumResidualBlocks) return false;
@@ -96,26 +114,26 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     record->robust = robust;
     record->frames = int(frames.size());
     record->residualBlocks = residualBlocks;
-    const FloorKeypoints rewritten = floorKeypoints(bodyFormat);
+    const FloorKeypoints rewritten = floorKeypoints(options.bodyFormat);
     record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
 
-    ceres::Solver::Options options = getSolverOptions(maxIterations);
+    ceres::Solver::Options solverOptions = getSolverOptions(options.maxIterations);
     std::unique_ptr<calib::PairProblem> fast;
     std::unique_ptr<ceres::Problem> literal;
-    if (solver == Solver::Fast) {
+    if (options.solver == Solver::Fast) {
         fast = std::make_unique<calib::PairProblem>(pairs, poses, robust, kThreads, referenceCamera);
     } else {
         literal = std::make_unique<ceres::Problem>();
         ceres::LossFunction* loss = robust ? getLoss() : nullptr;  // one, shared by every block
-        calib::forEachKeypointPair(frames, [&](lum::Timestamp, int cameraA, int cameraB, Eigen::Vector3d a,
+        calib::forEachKeypointPair(seen, [&](lum::Timestamp, int cameraA, int cameraB, Eigen::Vector3d a,
                                                Eigen::Vector3d b, Eigen::Matrix3d weight, int) {
             PoseStruct& poseA = poses[cameraA];
             PoseStruct& poseB = poses[cameraB];
-            literal->AddResidualBlock(createResidualBlock(a, b, weight, weightByCovariance), loss, poseA.q,
+            literal->AddResidualBlock(createResidualBlock(a, b, weight, state.weightByCovariance), loss, poseA.q,
                                       poseA.t, poseB.q, poseB.t);
         });
         ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
-        for (const auto& [camera, seen] : cameraSeen)
+        for (int camera : frames.cameras())
             if (literal->HasParameterBlock(poses[camera].q)) literal->SetManifold(poses[camera].q, manifold);
         PoseStruct& reference = poses[referenceCamera];
         if (literal->HasParameterBlock(reference.q)) {
@@ -126,36 +144,34 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     ceres::Problem& problem = fast ? fast->problem() : *literal;
 
     ceres::Solver::Summary summary;
-    ceres::Solve(options, &problem, &summary);
+    ceres::Solve(solverOptions, &problem, &summary);
     if (summary.IsSolutionUsable()) {
-        *weightByCovariance = true;
+        *state.weightByCovariance = true;
         if (fast) fast->evaluator().setWeighted(true);
         record->weighted = true;
-        ceres::Solve(options, &problem, &summary);
+        ceres::Solve(solverOptions, &problem, &summary);
     }
     record->usable = summary.IsSolutionUsable();
     record->after = poses;
     record->seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    lastSolve = record;
+    state.lastSolve = record;
     if (!summary.IsSolutionUsable()) return false;
 
     std::map<int, lum::Transform> transforms;
-    for (const auto& [camera, seen] : cameraSeen) transforms[camera] = toTransform(poses[camera]);
+    for (int camera : frames.cameras()) transforms[camera] = toTransform(poses[camera]);
 
-    const FloorKeypoints keypoints = floorKeypoints(bodyFormat);
+    const FloorKeypoints keypoints = floorKeypoints(options.bodyFormat);
     std::vector<lum::Vector3f> floor;
     size_t upSamples = 0;
-    for (auto& [ts, bodies] : frames) {
-        for (auto& [camera, body] : bodies) {
+    for (const auto& [ts, bodies] : seen) {
+        for (const auto& [camera, body] : bodies) {
             const lum::Transform& transform = transforms[camera];
             for (int foot : keypoints.feet)
                 if (hasKeypoint(body, foot)) floor.push_back(transform * body.keypoint[foot]);
             if (!hasKeypoint(body, keypoints.upFrom) || !hasKeypoint(body, keypoints.upTo)) continue;
-            // Written back on purpose: from here on these stored joints are in world coordinates.
-            lum::Vector3f& from = body.keypoint[keypoints.upFrom];
-            lum::Vector3f& to = body.keypoint[keypoints.upTo];
-            from = transform * from;
-            to = transform * to;
+            // On purpose: from here on these joints are read in world coordinates.
+            state.worldJoints[ts][camera] = {transform * body.keypoint[keypoints.upFrom],
+                                             transform * body.keypoint[keypoints.upTo]};
             ++upSamples;
         }
     }
@@ -166,20 +182,23 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
         world.setTranslation(lum::Translation(0.f, -mean.y, 0.f));
     }
 
-    calibratedPoses.clear();
+    state.calibratedPoses.clear();
     // A camera that shared no usable keypoint with another has no pose to report.
-    for (const auto& [camera, seen] : cameraSeen)
-        if (problem.HasParameterBlock(poses[camera].q)) calibratedPoses[camera] = world * toTransform(poses[camera]);
+    for (int camera : frames.cameras())
+        if (problem.HasParameterBlock(poses[camera].q))
+            state.calibratedPoses[camera] = world * toTransform(poses[camera]);
     return true;
 }
 
 bool SkeletonMulticameraCalibration::calibrateRefined() {
     const auto start = std::chrono::steady_clock::now();
-    for (const auto& [camera, seen] : cameraSeen)
+    std::map<int, PoseStruct>& poses = state.poses;
+    std::map<int, double>& biases = state.biases;
+    for (int camera : frames.cameras())
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
-    framesAtLastCalibration = int(frames.size());
+    state.framesAtLastCalibration = int(frames.size());
 
-    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames, &keypointsLeftOut);
+    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames.all(), &state.keypointsLeftOut);
     auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::toCameraPairs(framePairs));
     size_t joints = 0;
     for (const calib::FramePair& pair : framePairs) joints += pair.joints.size();
@@ -203,7 +222,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     if (cold) {
         calib::PairProblem classic(pairs, poses, false, kThreads, reference);
         ceres::Solver::Summary summary;
-        ceres::Solve(getSolverOptions(maxIterations), &classic.problem(), &summary);
+        ceres::Solve(getSolverOptions(options.maxIterations), &classic.problem(), &summary);
         if (!summary.IsSolutionUsable()) return false;
     }
     std::map<int, calib::CameraUnknowns> unknowns;
@@ -213,10 +232,10 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         std::copy(pose.q, pose.q + 4, u.q);
         std::copy(pose.t, pose.t + 3, u.t);
         auto bias = biases.find(camera);
-        u.bias = refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
+        u.bias = options.refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
     }
     for (const auto& [camera, u] : unknowns) record->biasesBefore[camera] = u.bias;
-    const bool usable = calib::solveRefined(framePairs, unknowns, reference, refined, cold ? 3 : 1);
+    const bool usable = calib::solveRefined(framePairs, unknowns, reference, options.refined, cold ? 3 : 1);
     record->usable = usable;
     if (usable) {
         for (const auto& [camera, u] : unknowns) {
@@ -228,15 +247,16 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     }
     record->after = poses;
     record->seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    lastSolve = record;
+    state.lastSolve = record;
     if (!usable) return false;
 
     Eigen::Isometry3d world = Eigen::Isometry3d::Identity();
-    if (levelFloor) {
-        const calib::FloorFit floor = calib::levelFloor(frames, unknowns, reference, bodyFormat, refined.ankleHeight);
+    if (options.levelFloor) {
+        const calib::FloorFit floor =
+            calib::levelFloor(frames.all(), unknowns, reference, options.bodyFormat, options.refined.ankleHeight);
         if (floor.found) world = floor.worldFromReference;
     }
-    calibratedPoses.clear();
+    state.calibratedPoses.clear();
     for (int camera : placed) {
         const PoseStruct& pose = poses[camera];
         const Eigen::Quaterniond q(world.linear() * Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]));
@@ -247,7 +267,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         leveled.q[2] = q.z();
         leveled.q[3] = q.w();
         std::copy(t.data(), t.data() + 3, leveled.t);
-        calibratedPoses[camera] = toTransform(leveled);
+        state.calibratedPoses[camera] = toTransform(leveled);
     }
     return true;
 }

@@ -8,8 +8,9 @@
 #include <Eigen/Core>
 #include <ceres/ceres.h>
 
-#include "calibration/keypoint_filter.hpp"
-#include "calibration/refined_solver.hpp"
+#include "calibration/calibration_options.hpp"
+#include "calibration/frame_store.hpp"
+#include "calibration/solver_state.hpp"
 #include "lum/records.hpp"
 
 namespace lum {
@@ -52,65 +53,20 @@ struct KeypointPairCameraProjectionCostFunction {
 
 }  // namespace lum
 
-namespace calib {
-struct SolveRecord;
-}
-
-// A flag shared by the residual functors of one problem. A copy of its owner gets a flag
-// of its own (same value), so a copy can be solved on another thread while the original
-// keeps collecting.
-struct OwnedFlag : std::shared_ptr<bool> {
-    OwnedFlag() : std::shared_ptr<bool>(std::make_shared<bool>(false)) {}
-    OwnedFlag(const OwnedFlag& other) : std::shared_ptr<bool>(std::make_shared<bool>(*other)) {}
-    OwnedFlag& operator=(const OwnedFlag& other) {
-        std::shared_ptr<bool>::operator=(std::make_shared<bool>(*other));
-        return *this;
-    }
-};
-
+// One skeleton calibration: how it solves, the frames it collected and what its solves
+// carry forward, as three separate parts. Starting a calibration anew means a new
+// `frames` and a new `state`; only the options outlive it.
 class SkeletonMulticameraCalibration {
 public:
-    struct PoseStruct {
-        double q[4] = {0.0, 0.0, 0.0, 1.0};  // x, y, z, w
-        double t[3] = {0.0, 0.0, 0.0};
-    };
+    using PoseStruct = calib::PoseStruct;
+    using Model = calib::CalibrationOptions::Model;
+    using Solver = calib::CalibrationOptions::Solver;
 
-    std::map<lum::Timestamp, std::map<int, lum::BodyData>> frames;
-    std::map<int, bool> cameraSeen;
-    std::map<int, lum::Transform> calibratedPoses;
-    std::map<int, PoseStruct> poses;
-    int bodyFormat = -1;  // set by the owner before the first calibration; -1: unknown, no floor
-    lum::Timestamp lastTimestamp = 0;
-    bool isCollecting = false;
-    int framesAtLastCalibration = 0;
-    // Read by every residual functor of a Classic problem.
-    OwnedFlag weightByCovariance;
+    calib::CalibrationOptions options;
+    calib::FrameStore frames;
+    calib::SolverState state;
 
-    // The literal formulation (one automatically differentiated block per keypoint pair)
-    // is kept as the yardstick the fast one is checked and measured against.
-    enum class Solver { Fast, Reference };
-    Solver solver = Solver::Fast;
-
-    // Classic: poses only, residuals in camera A's frame, only the floor height corrected.
-    // Refined: poses and each camera's depth bias, joints compared in the world with both
-    // covariances, and a level world frame; its stored frames are never rewritten.
-    enum class Model { Classic, Refined };
-    Model model = Model::Classic;
-    calib::RefinedOptions refined;
-    // Iterations one Classic solve (and Refined's cold start) may take. A live room keeps
-    // the default; a caller that only needs the paths walked, not converged, lowers it.
-    int maxIterations = 50;
-    bool levelFloor = true;  // Refined: level world frame (else the reference camera's own)
-    std::map<int, double> biases;  // Refined: metres toward each camera along its rays
-    int keypointsLeftOut = 0;      // Refined: joints left out of the last solve (unusable covariance)
-
-    // What the last solve saw and produced, for makeCalibrationReport(); immutable and
-    // shared between copies.
-    std::shared_ptr<const calib::SolveRecord> lastSolve;
-    // Keypoints addSkeletonData refused, by reason, since this store was made.
-    calib::KeypointDrops droppedKeypoints;
-
-    void addSkeletonData(lum::Timestamp ts, std::map<int, lum::BodyData>& bodies);
+    // Solves from `state` with every stored frame; false when the solve was not usable.
     bool calibrate();
 
 private:

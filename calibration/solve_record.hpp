@@ -8,14 +8,14 @@
 #include <vector>
 
 #include "calibration/keypoint_pairs.hpp"
-#include "calibration/skeleton_align.hpp"
+#include "calibration/solver_state.hpp"
 
 namespace calib {
 
 struct SolveRecord {
     std::shared_ptr<const std::vector<CameraPairData>> pairs;
-    std::map<int, SkeletonMulticameraCalibration::PoseStruct> before;
-    std::map<int, SkeletonMulticameraCalibration::PoseStruct> after;
+    std::map<int, PoseStruct> before;
+    std::map<int, PoseStruct> after;
     // Refined only: each camera's depth bias at the start and at the end of the solve, so
     // the residuals read after the model's corrections, as the trackers' own noise.
     std::map<int, double> biasesBefore;

@@ -67,12 +67,16 @@ void CalibrationRunner::join() {
 }
 
 void mergeSolvedCalibration(SkeletonMulticameraCalibration& store, SolvedCalibration&& solved) {
-    SkeletonMulticameraCalibration& done = *solved.calibration;
-    store.poses = std::move(done.poses);
-    store.biases = std::move(done.biases);
-    store.droppedKeypoints = done.droppedKeypoints;
-    store.lastSolve = done.lastSolve;
-    if (!solved.usable) return;
-    store.calibratedPoses = std::move(done.calibratedPoses);
-    for (auto& [timestamp, bodies] : done.frames) store.frames[timestamp] = std::move(bodies);
+    calib::SolverState& done = solved.calibration->state;
+    if (solved.usable) {
+        const int framesAtLastCalibration = store.state.framesAtLastCalibration;
+        store.state = std::move(done);
+        store.state.framesAtLastCalibration = framesAtLastCalibration;
+        return;
+    }
+    // An unusable solve still moved the poses it started from; the next one goes on from there.
+    store.state.poses = std::move(done.poses);
+    store.state.biases = std::move(done.biases);
+    store.state.keypointsLeftOut = done.keypointsLeftOut;
+    store.state.lastSolve = done.lastSolve;
 }

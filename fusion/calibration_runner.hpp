@@ -45,7 +45,7 @@ private:
     std::optional<SolvedCalibration> result;
 };
 
-// Brings what a solve changed back into the growing store: the poses it reached (they seed
-// the next solve, usable or not), its result when usable, and the frames it saw, which a
-// usable solve rewrites in place. Frames added since the snapshot are kept.
+// Brings what a solve changed back into the calibration: the poses it reached (they seed
+// the next solve, usable or not) and, when usable, the rest of its state. The frames are
+// never written by a solve, so those added since the snapshot stay as they are.
 void mergeSolvedCalibration(SkeletonMulticameraCalibration& store, SolvedCalibration&& solved);

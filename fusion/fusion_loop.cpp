@@ -76,7 +76,7 @@ void FusionWorker::processFrame() {
     SharedData& shared = SharedData::getInstance();
 
     if (modules.skeletonEnabled) {
-        if (calibration.isCollecting) {
+        if (collecting) {
             collectSkeletons();
         } else {
             std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
@@ -94,7 +94,7 @@ void FusionWorker::processFrame() {
         std::lock_guard<std::mutex> reserved(shared.mappingCloudMutex);
     }
 
-    if (!calibration.isCollecting) {
+    if (!collecting) {
         std::lock_guard<std::mutex> positions(shared.positionMutex);
         if (modules.trackingEnabled)
             fusion->getPosition(shared.fusedPose, lum::REFERENCE_FRAME::WORLD, lum::CameraIdentifier(),
@@ -119,7 +119,7 @@ void FusionWorker::collectSkeletons() {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras)
             fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
-        if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
+        if (calibration.options.model == SkeletonMulticameraCalibration::Model::Refined) {
             for (const lum::CameraIdentifier& camera : subscribedCameras) {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
                 if (bodies.is_new) frameAssembler.addBodies(static_cast<int>(camera.sn), bodies);
@@ -131,31 +131,30 @@ void FusionWorker::collectSkeletons() {
     }
 
     const int64_t now = nowNs();
-    if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
-    if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
+    if (now / 1000000 - static_cast<int64_t>(calibration.frames.lastTimestamp().getMilliseconds()) <= 499) return;
+    if (calibration.options.model == SkeletonMulticameraCalibration::Model::Refined) {
         // Moments with nobody to pair do not move lastTimestamp, so the association keeps
         // its own pace.
         if (now / 1000000 - lastAssociationMs <= 499) return;
         lastAssociationMs = now / 1000000;
-        if (!calibration.calibratedPoses.empty()) associator.setPoses(calibration.calibratedPoses);
+        if (!calibration.state.calibratedPoses.empty()) associator.setPoses(calibration.state.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
         emit cameraPeople(associator.cameraPeople());
         // One frame per person; a nanosecond apart keeps them distinct in the store.
         for (size_t i = 0; i < people.size(); ++i) {
-            std::map<int, lum::BodyData> person = people[i];
-            calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now) + i), person);
+            calibration.frames.add(lum::Timestamp(static_cast<uint64_t>(now) + i), people[i]);
         }
     } else if (frame.size() >= 2) {
-        calibration.addSkeletonData(lum::Timestamp(static_cast<uint64_t>(now)), frame);
+        calibration.frames.add(lum::Timestamp(static_cast<uint64_t>(now)), frame);
     }
     const int frames = static_cast<int>(calibration.frames.size());
     calibrationFrames = frames;
 
-    const float progress = static_cast<float>(frames - calibration.framesAtLastCalibration) / 10.0f;
+    const float progress = static_cast<float>(frames - calibration.state.framesAtLastCalibration) / 10.0f;
     emit incCalib(static_cast<int>(progress * 100));
     // One solve at a time; when one is still running the next starts as soon as it lands.
     if (progress > 1.0f && !solver.busy()) {
-        calibration.framesAtLastCalibration = frames;
+        calibration.state.framesAtLastCalibration = frames;
         solver.start(calibration);
     }
 }
@@ -169,7 +168,7 @@ void FusionWorker::applySolvedCalibration() {
     if (usable) {
         SharedData& shared = SharedData::getInstance();
         std::lock_guard<std::mutex> positions(shared.positionMutex);
-        for (const auto& [serial, transform] : calibration.calibratedPoses)
+        for (const auto& [serial, transform] : calibration.state.calibratedPoses)
             shared.cameraTransforms[lum::CameraIdentifier(static_cast<uint64_t>(serial))] = transform;
     }
     emit calibrationReport(report);
@@ -180,11 +179,11 @@ void FusionWorker::applySolvedCalibration() {
 void FusionWorker::showThroughCalibration() {
     SharedData& shared = SharedData::getInstance();
     for (const lum::CameraIdentifier& camera : subscribedCameras) {
-        auto pose = calibration.calibratedPoses.find(static_cast<int>(camera.sn));
-        if (pose == calibration.calibratedPoses.end()) continue;
-        auto bias = calibration.biases.find(pose->first);
+        auto pose = calibration.state.calibratedPoses.find(static_cast<int>(camera.sn));
+        if (pose == calibration.state.calibratedPoses.end()) continue;
+        auto bias = calibration.state.biases.find(pose->first);
         transformBodies(shared.cameraBodies[camera], pose->second,
-                        bias == calibration.biases.end() ? 0.f : static_cast<float>(bias->second));
+                        bias == calibration.state.biases.end() ? 0.f : static_cast<float>(bias->second));
     }
 }
 
@@ -220,6 +219,9 @@ int FusionWorker::startCalib(CALIB kind) {
     solver.wait();
     solver.take();
     std::lock_guard<std::mutex> lock(workerMutex);
+    // The loop may have started one between the wait and the lock; it holds no lock itself.
+    solver.wait();
+    solver.take();
     if (configurationPath.empty() && configurations.empty()) {
         std::cout << "No configuration loaded. You must load a configuration file, autodiscover USB devices or "
                      "connect to Pyra Hub."
@@ -256,8 +258,8 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
-    calibration.bodyFormat = 0;
-    calibration.isCollecting = true;
+    calibration.options.bodyFormat = 0;
+    collecting = true;
     std::cout << "START CALIB SK" << std::endl;
     return 0;
 }
@@ -266,13 +268,13 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     std::cout << "STOP CALIB SK" << std::endl;
     {
         std::lock_guard<std::mutex> lock(workerMutex);
-        calibration.isCollecting = false;
+        collecting = false;
     }
     // The loop goes on meanwhile; only the conclusion waits for the solver.
     solver.wait();
     std::lock_guard<std::mutex> lock(workerMutex);
     applySolvedCalibration();
-    if (calibration.calibratedPoses.empty()) {
+    if (calibration.state.calibratedPoses.empty()) {
         resetCalibration();
         return {};
     }
@@ -281,14 +283,14 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     // otherwise be written at its starting pose as if it had been calibrated.
     std::vector<lum::FusionConfiguration> calibrated;
     for (lum::FusionConfiguration& configuration : configurations) {
-        auto found = calibration.calibratedPoses.find(configuration.serial_number);
-        if (found == calibration.calibratedPoses.end()) continue;
+        auto found = calibration.state.calibratedPoses.find(configuration.serial_number);
+        if (found == calibration.state.calibratedPoses.end()) continue;
         configuration.pose = found->second;
         calibrated.push_back(configuration);
     }
     savedSerials.clear();
     for (const lum::FusionConfiguration& configuration : calibrated) savedSerials.push_back(configuration.serial_number);
-    for (const auto& [serial, transform] : calibration.calibratedPoses)
+    for (const auto& [serial, transform] : calibration.state.calibratedPoses)
         fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
     restartDriftWatch();
     return calibrated;
@@ -330,32 +332,27 @@ std::vector<int> FusionWorker::runningCameras() const {
 
 calib::KeypointDrops FusionWorker::droppedKeypoints() const {
     std::lock_guard<std::mutex> lock(workerMutex);
-    return calibration.droppedKeypoints;
+    return calibration.frames.droppedKeypoints();
 }
 
 void FusionWorker::resetCalibration() {
     associator.clear();
     lastAssociationMs = 0;
-    calibration.calibratedPoses.clear();
-    calibration.frames.clear();
-    calibration.lastTimestamp = 0;
-    calibration.isCollecting = false;
-    calibration.framesAtLastCalibration = 0;
+    // Only the options outlive a calibration: nothing of an earlier room may seed this one.
+    calibration.frames = calib::FrameStore();
+    calibration.state = calib::SolverState();
+    collecting = false;
     calibrationFrames = 0;
 }
 
 void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) {
     std::lock_guard<std::mutex> lock(workerMutex);
-    calibration.model = model;
+    calibration.options.model = model;
 }
 
-void FusionWorker::setCalibrationStore(SkeletonMulticameraCalibration store) {
+void FusionWorker::setCalibrationFrames(calib::FrameStore frames) {
     std::lock_guard<std::mutex> lock(workerMutex);
-    const bool collecting = calibration.isCollecting;
-    const SkeletonMulticameraCalibration::Model model = calibration.model;
-    calibration = std::move(store);
-    calibration.isCollecting = collecting;
-    calibration.model = model;
+    calibration.frames = std::move(frames);
     calibrationFrames = static_cast<int>(calibration.frames.size());
 }
 

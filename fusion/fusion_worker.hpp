@@ -81,8 +81,9 @@ public:
 
     // The model the next solves use; Refined also brings every camera's body to one instant.
     void setCalibrationModel(SkeletonMulticameraCalibration::Model model);
-    // Resumes a calibration from a store gathered earlier; the collecting state is kept.
-    void setCalibrationStore(SkeletonMulticameraCalibration store);
+    // Hands the running calibration frames gathered elsewhere in place of its own; its
+    // options and solver state stay this calibration's.
+    void setCalibrationFrames(calib::FrameStore frames);
     int calibrationFrameCount() const { return calibrationFrames; }
     // Serials the last finishCalib() wrote, the cameras the fusion runs with, and the
     // keypoints the calibration refused so far: what a caller needs to say what was left out.
@@ -149,6 +150,7 @@ private:
     std::map<int, std::unique_ptr<PyraWorker>> senders;
     std::string configurationPath;
     SkeletonMulticameraCalibration calibration;
+    bool collecting = false;  // skeletons go to the calibration rather than the room's view
     calib::FrameAssembler frameAssembler;
     std::vector<int> savedSerials;
     std::vector<lum::FusionConfiguration> configurations;

@@ -54,8 +54,8 @@ inline Result run(const Options& options) {
     pyra_sim::ObservationOptions observation;
     calib::BodyAssociator associator;
     SkeletonMulticameraCalibration calibration;
-    calibration.bodyFormat = 0;
-    calibration.model = options.model;
+    calibration.options.bodyFormat = 0;
+    calibration.options.model = options.model;
     Result result;
     const uint64_t start = 1700000000ull * 1000000000ull;
     double lastSolve = -1e9;
@@ -84,7 +84,7 @@ inline Result run(const Options& options) {
 
         std::vector<calib::PersonFrame> frames;
         if (options.associate) {
-            if (!calibration.calibratedPoses.empty()) associator.setPoses(calibration.calibratedPoses);
+            if (!calibration.state.calibratedPoses.empty()) associator.setPoses(calibration.state.calibratedPoses);
             frames = associator.associate(seen);
             for (const calib::PersonFrame& frame : frames) {
                 const std::pair<int, int> track{frame.begin()->first, frame.begin()->second.id};
@@ -105,10 +105,10 @@ inline Result run(const Options& options) {
             }
             result.wrong += people.size() > 1;
             result.frameTimes[*people.begin()].push_back(into);
-            calibration.addSkeletonData(lum::Timestamp(now + i), frames[i]);
+            calibration.frames.add(lum::Timestamp(now + i), frames[i]);
         }
         const int stored = int(calibration.frames.size());
-        if (stored - calibration.framesAtLastCalibration > 10 && into - lastSolve >= options.calibrateEvery) {
+        if (stored - calibration.state.framesAtLastCalibration > 10 && into - lastSolve >= options.calibrateEvery) {
             lastSolve = into;
             result.calibrated = calibration.calibrate() || result.calibrated;
         }
@@ -118,10 +118,10 @@ inline Result run(const Options& options) {
 
     std::map<int, lum::Transform> truth;
     for (const pyra_sim::CameraSettings& camera : scene.cameras) truth[int(camera.serial)] = camera.pose;
-    const int reference = calibration.calibratedPoses.begin()->first;
-    const lum::Transform toReference = lum::Transform::inverse(calibration.calibratedPoses.at(reference));
+    const int reference = calibration.state.calibratedPoses.begin()->first;
+    const lum::Transform toReference = lum::Transform::inverse(calibration.state.calibratedPoses.at(reference));
     const lum::Transform trueToReference = lum::Transform::inverse(truth.at(reference));
-    for (const auto& [camera, pose] : calibration.calibratedPoses) {
+    for (const auto& [camera, pose] : calibration.state.calibratedPoses) {
         const lum::Transform error = lum::Transform::inverse(trueToReference * truth.at(camera)) * (toReference * pose);
         result.rotationDeg[camera] = error.getRotationVector().norm() * 180.0 / M_PI;
         result.translationMm[camera] = error.getTranslation().norm() * 1e3;

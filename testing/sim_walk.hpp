@@ -41,13 +41,13 @@ struct Walk {
 inline Walk calibrateWalk(const pyra_sim::Scene& scene, double seconds,
                           SkeletonMulticameraCalibration::Model model = SkeletonMulticameraCalibration::Model::Classic) {
     Walk walk;
-    walk.store.bodyFormat = 0;
-    walk.store.model = model;
+    walk.store.options.bodyFormat = 0;
+    walk.store.options.model = model;
     const int steps = int(seconds * 2.0);
     for (int step = 1; step <= steps; ++step) {
         std::map<int, lum::BodyData> frame = frameAt(scene, kStartNs + uint64_t(step) * kStepNs);
-        if (frame.size() >= 2) walk.store.addSkeletonData(lum::Timestamp(kStartNs + uint64_t(step) * kStepNs), frame);
-        const int fresh = int(walk.store.frames.size()) - walk.store.framesAtLastCalibration;
+        if (frame.size() >= 2) walk.store.frames.add(lum::Timestamp(kStartNs + uint64_t(step) * kStepNs), frame);
+        const int fresh = int(walk.store.frames.size()) - walk.store.state.framesAtLastCalibration;
         if (fresh > 10 || (step == steps && fresh > 0)) walk.store.calibrate();
     }
     walk.report = makeCalibrationReport(walk.store);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cmath>
+#include <functional>
 #include <map>
 #include <random>
 #include <vector>
@@ -116,13 +117,17 @@ public:
         return bodies;
     }
 
-    // Frames every 500 ms from time start on, kept when two or more cameras see the person.
-    void feed(SkeletonMulticameraCalibration& calibration, int frames, double start = 0.0) {
+    // Frames every 500 ms from time start on, kept when two or more cameras see the person;
+    // `edit` may spoil each camera's body before the store takes it.
+    void feed(SkeletonMulticameraCalibration& calibration, int frames, double start = 0.0,
+              const std::function<void(int camera, lum::BodyData&)>& edit = {}) {
         for (int i = 0; i < frames; ++i) {
             const double t = start + 0.5 * i;
             std::map<int, lum::BodyData> bodies = observe(t);
-            if (bodies.size() >= 2)
-                calibration.addSkeletonData(lum::Timestamp(uint64_t(1e9 + t * 1e9)), bodies);
+            if (bodies.size() < 2) continue;
+            if (edit)
+                for (auto& [camera, body] : bodies) edit(camera, body);
+            calibration.frames.add(lum::Timestamp(uint64_t(1e9 + t * 1e9)), bodies);
         }
     }
 
@@ -148,8 +153,8 @@ private:
 inline std::pair<double, double> worstError(const Room& room, const SkeletonMulticameraCalibration& c) {
     std::pair<double, double> worst{0, 0};
     for (size_t i = 0; i < room.cameras.size(); ++i) {
-        auto it = c.poses.find(room.cameras[i].id);
-        if (it == c.poses.end()) continue;
+        auto it = c.state.poses.find(room.cameras[i].id);
+        if (it == c.state.poses.end()) continue;
         const auto e = poseError(room.relativeTruth(i), toIsometry(it->second));
         worst = {std::max(worst.first, e.first), std::max(worst.second, e.second)};
     }

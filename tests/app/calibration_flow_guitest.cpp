@@ -87,7 +87,7 @@ void CalibrationFlowTest::cancelledSaveWritesNothingAndKeepsTheResult() {
     clickWhenSettled(button());
     std::map<int, lum::Transform> truth;
     for (const auto& camera : pyra_sim::activeScene().cameras) truth[int(camera.serial)] = camera.pose;
-    window->fusionWorker().setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 7));
+    window->fusionWorker().setCalibrationFrames(synthetic::syntheticStore(truth, 25, 0.003, 7).frames);
     QTRY_VERIFY_WITH_TIMEOUT(!reports.isEmpty() && reports.last().at(0).value<CalibrationReport>().usable, 120000);
     QTRY_VERIFY(!find<QLabel>("uncalibrated_note")->isVisible());
 

@@ -21,7 +21,7 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
         for (size_t i = 0; i < scenes.size(); i += 2) {  // a sample; the benchmark runs them all
             const simwalk::Walk walk = simwalk::calibrateWalk(scenes[i].scene, 60.0, model);
             ASSERT_TRUE(walk.report.usable) << scenes[i].name;
-            const auto errors = simwalk::errorsAgainstTruth(scenes[i].scene, walk.store.calibratedPoses);
+            const auto errors = simwalk::errorsAgainstTruth(scenes[i].scene, walk.store.state.calibratedPoses);
             const int reference = errors.begin()->first;
             for (const CameraCalibrationReport& camera : walk.report.cameras) {
                 if (camera.camera == reference) continue;

@@ -2,6 +2,8 @@
 // floor under a tilted reference, clock alignment, and bad keypoints.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include <ceres/gradient_checker.h>
 
 #include "calibration/calibration_report.hpp"
@@ -27,9 +29,9 @@ synthetic::Options exact(int cameras, double bias) {
 
 Calibration refinedCalibration() {
     Calibration calibration;
-    calibration.model = Calibration::Model::Refined;
-    calibration.bodyFormat = 0;
-    calibration.refined.ankleHeight = 0.08;  // where the synthetic skeleton has its ankles
+    calibration.options.model = Calibration::Model::Refined;
+    calibration.options.bodyFormat = 0;
+    calibration.options.refined.ankleHeight = 0.08;  // where the synthetic skeleton has its ankles
     return calibration;
 }
 
@@ -76,7 +78,7 @@ TEST(RefinedCalibration, RecoversPosesAndEveryBiasAndLevelsTheFloor) {
     const auto worst = synthetic::worstError(room, calibration);
     EXPECT_LT(worst.first, 0.01);
     EXPECT_LT(worst.second, 0.5);
-    for (const auto& [camera, bias] : calibration.biases) EXPECT_NEAR(bias, 0.04, 1e-3) << camera;
+    for (const auto& [camera, bias] : calibration.state.biases) EXPECT_NEAR(bias, 0.04, 1e-3) << camera;
     // The report's residual is what is left after the corrections: with noiseless joints,
     // nothing, where the same joints seen from two sides lie centimetres apart.
     for (const CameraCalibrationReport& camera : makeCalibrationReport(calibration).cameras) {
@@ -87,7 +89,7 @@ TEST(RefinedCalibration, RecoversPosesAndEveryBiasAndLevelsTheFloor) {
     // The reference camera looks down at the room, yet the world's y is the true vertical,
     // the floor at 0 and every camera at its true height.
     for (const synthetic::Camera& camera : room.cameras) {
-        const lum::Transform& pose = calibration.calibratedPoses.at(camera.id);
+        const lum::Transform& pose = calibration.state.calibratedPoses.at(camera.id);
         EXPECT_NEAR(pose.getTranslation().y, camera.centre.y(), 0.005) << camera.id;
         const lum::Vector3f up = pose.getRotationMatrix() * lum::Vector3f(0, 1, 0);
         const Eigen::Vector3d trueUp = camera.rotation * Eigen::Vector3d::UnitY();
@@ -108,10 +110,9 @@ TEST(RefinedCalibration, NoisyBiasedRoomBeatsTheClassicModel) {
     synthetic::Room room(options);
     Calibration refined = refinedCalibration();
     Calibration classic;
-    classic.bodyFormat = 0;
+    classic.options.bodyFormat = 0;
     room.feed(refined, 120);
     classic.frames = refined.frames;
-    classic.cameraSeen = refined.cameraSeen;
     ASSERT_TRUE(refined.calibrate());
     ASSERT_TRUE(classic.calibrate());
     const auto worst = synthetic::worstError(room, refined);
@@ -146,7 +147,7 @@ TEST(RefinedCalibration, ClockAlignedFramesMatchSynchronisedOnes) {
                 for (size_t c = 0; c < room.cameras.size(); ++c)
                     frameBodies[room.cameras[c].id] = room.observe(frame / 30.0 + offset * double(c)).at(room.cameras[c].id);
             }
-            calibration.addSkeletonData(lum::Timestamp(uint64_t(1e9 + frame * 1e9 / 30.0)), frameBodies);
+            calibration.frames.add(lum::Timestamp(uint64_t(1e9 + frame * 1e9 / 30.0)), frameBodies);
         }
         EXPECT_TRUE(calibration.calibrate());
         return synthetic::worstError(room, calibration).second;
@@ -156,18 +157,20 @@ TEST(RefinedCalibration, ClockAlignedFramesMatchSynchronisedOnes) {
     EXPECT_LT(solve(0.030, true), 2.0);
 }
 
-// A joint with a NaN coordinate or a covariance that is no covariance is left out and
-// counted; it neither breaks this solve nor any later one.
+// A joint with a NaN coordinate or a covariance that is no covariance is refused at the
+// door and counted; it neither breaks this solve nor any later one.
 TEST(RefinedCalibration, BadKeypointsAreDroppedAndCounted) {
     synthetic::Room room(exact(3, 0.03));
     Calibration calibration = refinedCalibration();
-    room.feed(calibration, 40);
-    lum::BodyData& body = calibration.frames.begin()->second.begin()->second;
-    body.keypoint[2].y = NAN;
-    body.keypoint_covariances[3] = {1, 2, 0, 1, 0, 1};  // indefinite
-    body.keypoint_covariances[4] = {NAN, 0, 0, 1, 0, 1};
+    bool first = true;
+    room.feed(calibration, 40, 0.0, [&](int, lum::BodyData& body) {
+        if (!std::exchange(first, false)) return;
+        body.keypoint[2].y = NAN;
+        body.keypoint_covariances[3] = {1, 2, 0, 1, 0, 1};  // indefinite
+        body.keypoint_covariances[4] = {NAN, 0, 0, 1, 0, 1};
+    });
     ASSERT_TRUE(calibration.calibrate());
-    EXPECT_EQ(calibration.keypointsLeftOut, 6);  // three joints, each paired with two cameras
+    EXPECT_EQ(calibration.frames.droppedKeypoints().total(), 3);
     room.feed(calibration, 10, 40);
     ASSERT_TRUE(calibration.calibrate());
     EXPECT_LT(synthetic::worstError(room, calibration).second, 0.5);

@@ -65,7 +65,7 @@ TEST(SkeletonResidual, BatchedPairsMatchPerKeypointBlocks) {
     synthetic::Room room(options);
     Calibration store;
     room.feed(store, 8);
-    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(store.frames));
+    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(store.frames.all()));
     std::map<int, Calibration::PoseStruct> poses;
     for (size_t i = 0; i < room.cameras.size(); ++i) {
         const Eigen::Isometry3d truth = room.relativeTruth(i);
@@ -114,24 +114,24 @@ TEST(SkeletonResidual, BatchedPairsMatchPerKeypointBlocks) {
 TEST(SkeletonCalibration, RecoversNoiselessPosesExactly) {
     synthetic::Room room(clean(3));
     Calibration calibration;
-    calibration.bodyFormat = 0;
+    calibration.options.bodyFormat = 0;
     room.feed(calibration, 30);
     ASSERT_TRUE(calibration.calibrate());
-    const Calibration::PoseStruct& reference = calibration.poses.at(room.cameras[0].id);
+    const Calibration::PoseStruct& reference = calibration.state.poses.at(room.cameras[0].id);
     EXPECT_EQ(Eigen::Vector4d(reference.q[0], reference.q[1], reference.q[2], reference.q[3]),
               Eigen::Vector4d(0, 0, 0, 1));
     for (size_t i = 1; i < room.cameras.size(); ++i) {
         const auto error = synthetic::poseError(room.relativeTruth(i),
-                                                synthetic::toIsometry(calibration.poses.at(room.cameras[i].id)));
+                                                synthetic::toIsometry(calibration.state.poses.at(room.cameras[i].id)));
         EXPECT_LT(error.first * M_PI / 180.0, 1e-6);
         EXPECT_LT(error.second / 1000.0, 1e-6);
     }
     // The floor shift moves every camera by the same height, the reference included.
-    const float shift = calibration.calibratedPoses.at(room.cameras[0].id).getTranslation().y;
+    const float shift = calibration.state.calibratedPoses.at(room.cameras[0].id).getTranslation().y;
     EXPECT_GT(std::abs(shift), 0.1f);
     for (size_t i = 0; i < room.cameras.size(); ++i) {
-        const Calibration::PoseStruct& pose = calibration.poses.at(room.cameras[i].id);
-        const lum::Translation t = calibration.calibratedPoses.at(room.cameras[i].id).getTranslation();
+        const Calibration::PoseStruct& pose = calibration.state.poses.at(room.cameras[i].id);
+        const lum::Translation t = calibration.state.calibratedPoses.at(room.cameras[i].id).getTranslation();
         EXPECT_NEAR(t.x, pose.t[0], 1e-5);
         EXPECT_NEAR(t.y, pose.t[1] + shift, 1e-5);
         EXPECT_NEAR(t.z, pose.t[2], 1e-5);
@@ -143,14 +143,14 @@ TEST(SkeletonCalibration, NoisyPosesWithinReportedUncertainty) {
     options.bias = 0;
     synthetic::Room room(options);
     Calibration calibration;
-    calibration.bodyFormat = 0;
+    calibration.options.bodyFormat = 0;
     room.feed(calibration, 60);
     ASSERT_TRUE(calibration.calibrate());
     const CalibrationReport report = makeCalibrationReport(calibration);
     ASSERT_TRUE(report.usable);
     for (size_t i = 1; i < room.cameras.size(); ++i) {
         const auto error = synthetic::poseError(room.relativeTruth(i),
-                                                synthetic::toIsometry(calibration.poses.at(room.cameras[i].id)));
+                                                synthetic::toIsometry(calibration.state.poses.at(room.cameras[i].id)));
         const CameraCalibrationReport& camera = report.cameras[i];
         ASSERT_EQ(camera.camera, room.cameras[i].id);
         EXPECT_LT(error.first, 4 * camera.rotationSigmaDeg + 0.02) << camera.camera;
@@ -162,38 +162,38 @@ TEST(SkeletonCalibration, NoisyPosesWithinReportedUncertainty) {
 TEST(SkeletonCalibration, CountsKeypointPairsAndKeepsThresholds) {
     synthetic::Room room(clean(2));
     Calibration calibration;
-    calibration.bodyFormat = 0;
-    calibration.calibratedPoses[99] = lum::Transform(lum::Orientation(), lum::Translation(1, 2, 3));
+    calibration.options.bodyFormat = 0;
+    calibration.state.calibratedPoses[99] = lum::Transform(lum::Orientation(), lum::Translation(1, 2, 3));
     room.feed(calibration, 2);
     ASSERT_EQ(calibration.frames.size(), 2u);
     EXPECT_FALSE(calibration.calibrate());  // 72 blocks
-    EXPECT_EQ(calibration.framesAtLastCalibration, 2);
-    EXPECT_EQ(calibration.poses.size(), 2u);
-    ASSERT_EQ(calibration.calibratedPoses.size(), 1u);
-    EXPECT_EQ(calibration.calibratedPoses[99].getTranslation(), lum::Translation(1, 2, 3));
+    EXPECT_EQ(calibration.state.framesAtLastCalibration, 2);
+    EXPECT_EQ(calibration.state.poses.size(), 2u);
+    ASSERT_EQ(calibration.state.calibratedPoses.size(), 1u);
+    EXPECT_EQ(calibration.state.calibratedPoses[99].getTranslation(), lum::Translation(1, 2, 3));
 
     room.feed(calibration, 1, 5.0);
     ASSERT_TRUE(calibration.calibrate());
     EXPECT_EQ(blocksOf(calibration), 3 * 36);
-    EXPECT_EQ(calibration.calibratedPoses.count(99), 0u);
+    EXPECT_EQ(calibration.state.calibratedPoses.count(99), 0u);
 
     std::map<int, lum::BodyData> bodies = room.observe(7.0);
     bodies.begin()->second.keypoint[5].x = NAN;
-    calibration.addSkeletonData(lum::Timestamp(7), bodies);
+    calibration.frames.add(lum::Timestamp(7), bodies);
     ASSERT_TRUE(calibration.calibrate());
     EXPECT_EQ(blocksOf(calibration), 3 * 36 + 34);
 
     // Copies solve on their own flag.
     const Calibration copy = calibration;
-    EXPECT_NE(copy.weightByCovariance, calibration.weightByCovariance);
-    EXPECT_EQ(*copy.weightByCovariance, *calibration.weightByCovariance);
+    EXPECT_NE(copy.state.weightByCovariance, calibration.state.weightByCovariance);
+    EXPECT_EQ(*copy.state.weightByCovariance, *calibration.state.weightByCovariance);
 
     for (int keypoints : {34, 38}) {
         synthetic::Options options = clean(2);
         options.keypoints = keypoints;
         synthetic::Room large(options);
         Calibration capped;
-        capped.bodyFormat = keypoints == 34 ? 1 : 2;
+        capped.options.bodyFormat = keypoints == 34 ? 1 : 2;
         large.feed(capped, 2);
         ASSERT_TRUE(capped.calibrate());
         EXPECT_EQ(blocksOf(capped), 2 * 2 * 30);
@@ -205,17 +205,14 @@ TEST(SkeletonCalibration, FloorShiftNeedsMoreThanTwentySamples) {
     auto shifted = [](int bodyFormat, int upRemoved, int feetRemoved) {
         synthetic::Room room(clean(2));
         Calibration calibration;
-        calibration.bodyFormat = bodyFormat;
-        room.feed(calibration, 11);
-        for (auto& [ts, bodies] : calibration.frames) {
-            for (auto& [camera, body] : bodies) {
-                if (upRemoved > 0 && upRemoved--) body.keypoint[1].x = NAN;
-                for (int foot : {13, 10})
-                    if (feetRemoved > 0 && feetRemoved--) body.keypoint[foot].x = NAN;
-            }
-        }
+        calibration.options.bodyFormat = bodyFormat;
+        room.feed(calibration, 11, 0.0, [&](int, lum::BodyData& body) {
+            if (upRemoved > 0 && upRemoved--) body.keypoint[1].x = NAN;
+            for (int foot : {13, 10})
+                if (feetRemoved > 0 && feetRemoved--) body.keypoint[foot].x = NAN;
+        });
         EXPECT_TRUE(calibration.calibrate());
-        return calibration.calibratedPoses.begin()->second.getTranslation().y != 0.f;
+        return calibration.state.calibratedPoses.begin()->second.getTranslation().y != 0.f;
     };
     EXPECT_TRUE(shifted(0, 1, 23));
     EXPECT_FALSE(shifted(0, 2, 0));
@@ -230,22 +227,21 @@ TEST(SkeletonCalibration, LaterCallsAreRobustAndMatchTheLiteralSolve) {
     options.cameras = 3;
     synthetic::Room room(options);
     Calibration fast;
-    fast.bodyFormat = 0;
-    room.feed(fast, 24);
+    fast.options.bodyFormat = 0;
     int outliers = 0;
-    for (auto& [ts, bodies] : fast.frames)
-        for (auto& [camera, body] : bodies)
-            if (++outliers % 7 == 0) body.keypoint[2].y += 0.8f;
+    room.feed(fast, 24, 0.0, [&](int, lum::BodyData& body) {
+        if (++outliers % 7 == 0) body.keypoint[2].y += 0.8f;
+    });
     Calibration literal = fast;
-    literal.solver = Calibration::Solver::Reference;
+    literal.options.solver = Calibration::Solver::Reference;
     Calibration robustOnly = fast;
-    robustOnly.bodyFormat = -1;  // no write-back of joints between the calls
+    robustOnly.options.bodyFormat = -1;  // no write-back of joints between the calls
 
     for (int call = 0; call < 2; ++call) {
         ASSERT_EQ(fast.calibrate(), literal.calibrate());
-        for (const auto& [camera, pose] : fast.poses) {
+        for (const auto& [camera, pose] : fast.state.poses) {
             const auto d = synthetic::poseError(synthetic::toIsometry(pose),
-                                                synthetic::toIsometry(literal.poses.at(camera)));
+                                                synthetic::toIsometry(literal.state.poses.at(camera)));
             EXPECT_LT(d.first, 0.01) << call << " " << camera;
             EXPECT_LT(d.second, 0.1) << call << " " << camera;
         }
@@ -254,7 +250,7 @@ TEST(SkeletonCalibration, LaterCallsAreRobustAndMatchTheLiteralSolve) {
     std::vector<std::map<int, Calibration::PoseStruct>> solutions;
     for (int call = 0; call < 3; ++call) {
         ASSERT_TRUE(robustOnly.calibrate());
-        solutions.push_back(robustOnly.poses);
+        solutions.push_back(robustOnly.state.poses);
     }
     auto moved = [&](int from, int to) {
         double largest = 0;
@@ -273,7 +269,7 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
     options.cameras = 3;
     synthetic::Room room(options);
     Calibration calibration;
-    calibration.bodyFormat = 0;
+    calibration.options.bodyFormat = 0;
     EXPECT_FALSE(makeCalibrationReport(calibration).usable);
     Calibration larger = calibration;
     room.feed(calibration, 12);
@@ -305,7 +301,7 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
 TEST(CalibrationReport, ResidualsLeaveOutTheRewrittenJoints) {
     synthetic::Room room{synthetic::Options()};
     Calibration calibration;
-    calibration.bodyFormat = 0;
+    calibration.options.bodyFormat = 0;
     room.feed(calibration, 40);
     ASSERT_TRUE(calibration.calibrate());
     const double first = makeCalibrationReport(calibration).cameras[1].rmsAfterMm;

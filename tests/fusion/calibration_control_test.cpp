@@ -73,7 +73,7 @@ TEST(CalibrationControl, NamesTheFileAndRefusesToSaveNothing) {
     EXPECT_EQ(worker.startCalib(SKELETON_CALIB), -1);
 
     const pyra_sim::Scene scene = pyra_sim::defaultScene();
-    worker.setCalibrationStore(synthetic::syntheticStore(sceneTruth(scene), 2, 0.0, 1));
+    worker.setCalibrationFrames(synthetic::syntheticStore(sceneTruth(scene), 2, 0.0, 1).frames);
     EXPECT_FALSE(worker.finishCalib(SKELETON_CALIB));
     EXPECT_EQ(worker.calibrationFrameCount(), 0);
     // Nothing to save is said before anyone is asked for a file name.
@@ -119,7 +119,7 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
 
     // 25 frames since the last solve: the progress passes 100 % unclamped and a solve starts.
-    worker.setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 3));
+    worker.setCalibrationFrames(synthetic::syntheticStore(truth, 25, 0.003, 3).frames);
     ASSERT_TRUE(fusiontest::waitFor([&] { return usableReports > 0; }));
     {
         std::lock_guard<std::mutex> lock(progressMutex);
@@ -142,7 +142,7 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     published = false;
     ASSERT_EQ(worker.startCalib(SKELETON_CALIB), 0);
     const int reportsBefore = usableReports;
-    worker.setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 4));
+    worker.setCalibrationFrames(synthetic::syntheticStore(truth, 25, 0.003, 4).frames);
     ASSERT_TRUE(fusiontest::waitFor([&] { return usableReports > reportsBefore; }));
     const QString chosen = prompts->saveName;
     prompts->saveName.clear();

@@ -18,7 +18,7 @@ TEST(CalibrationRunner, MergesTheSolveWithoutLosingFramesCollectedMeanwhile) {
     EXPECT_TRUE(runner.busy());
     for (const auto& [timestamp, bodies] : later.frames) {
         auto frame = bodies;
-        store.addSkeletonData(timestamp + 1000000000000ULL, frame);  // after the snapshot's frames
+        store.frames.add(timestamp + 1000000000000ULL, frame);  // after the snapshot's frames
     }
     runner.start(store);  // ignored: one solve at a time
     runner.wait();
@@ -29,10 +29,10 @@ TEST(CalibrationRunner, MergesTheSolveWithoutLosingFramesCollectedMeanwhile) {
     EXPECT_EQ(solved->calibration->frames.size(), 15u);
     EXPECT_TRUE(solved->report.usable);
 
-    const auto expectedPoses = solved->calibration->calibratedPoses;
+    const auto expectedPoses = solved->calibration->state.calibratedPoses;
     mergeSolvedCalibration(store, std::move(*solved));
     EXPECT_EQ(store.frames.size(), 18u);
-    EXPECT_EQ(store.poses.size(), truth.size());
-    ASSERT_EQ(store.calibratedPoses.size(), truth.size());
-    for (const auto& [serial, pose] : expectedPoses) EXPECT_EQ(store.calibratedPoses.at(serial), pose);
+    EXPECT_EQ(store.state.poses.size(), truth.size());
+    ASSERT_EQ(store.state.calibratedPoses.size(), truth.size());
+    for (const auto& [serial, pose] : expectedPoses) EXPECT_EQ(store.state.calibratedPoses.at(serial), pose);
 }

@@ -27,24 +27,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pyra::transport::Frame frame;
     if (!pyra::transport::decodeFrame(data, size, frame) || frame.bodies.body_list.empty()) return 0;
     SkeletonMulticameraCalibration classic;
-    classic.bodyFormat = 0;
+    classic.options.bodyFormat = 0;
     // Crashes hide on the paths, not in convergence: a few iterations per solve walk them
     // all and keep the driver fast enough for a million inputs.
-    classic.maxIterations = 3;
-    classic.refined.maxIterations = 3;
+    classic.options.maxIterations = 3;
+    classic.options.refined.maxIterations = 3;
     const auto& bodies = frame.bodies.body_list;
     for (int f = 0; f < 6; ++f) {
         const lum::BodyData& body = bodies[size_t(f) % bodies.size()];
         std::map<int, lum::BodyData> seen{{1, moved(body, 0.05f * f)}, {2, moved(body, 0.05f * f + 1.f)}};
-        classic.addSkeletonData(lum::Timestamp(uint64_t(1e9) + uint64_t(f) * 500000000ULL), seen);
+        classic.frames.add(lum::Timestamp(uint64_t(1e9) + uint64_t(f) * 500000000ULL), seen);
     }
-    calib::forEachKeypointPair(classic.frames, [](lum::Timestamp, int, int, const Eigen::Vector3d& a,
+    calib::forEachKeypointPair(classic.frames.all(), [](lum::Timestamp, int, int, const Eigen::Vector3d& a,
                                                   const Eigen::Vector3d& b, const Eigen::Matrix3d& weight, int) {
         if (!a.allFinite() || !b.allFinite() || !weight.allFinite()) std::abort();
     });
-    // A copy before Classic rewrites its stored joints into the world.
     SkeletonMulticameraCalibration refined = classic;
-    refined.model = SkeletonMulticameraCalibration::Model::Refined;
+    refined.options.model = SkeletonMulticameraCalibration::Model::Refined;
     for (SkeletonMulticameraCalibration* calibration : {&classic, &refined}) {
         calibration->calibrate();
         const CalibrationReport report = makeCalibrationReport(*calibration);
