@@ -10,6 +10,16 @@
 #include "recording/recording_reader.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Mutated chunks rarely keep a valid checksum, so the payload decoders also get the
+    // bytes directly.
+    const rec::Bytes payload(data, data + size);
+    std::vector<rec::RecordedBodies> entries;
+    rec::decodeEntries(payload, entries, nullptr);
+    rec::RecordingHeader header;
+    rec::decodeRoom(payload, header, nullptr);
+    rec::RecordingSummary summary;
+    rec::decodeSummary(payload, summary, nullptr);
+
     rec::RecordingReader reader;
     std::string problem;
     if (!reader.openBytes(std::string(reinterpret_cast<const char*>(data), size), "fuzz.rec", &problem)) {
