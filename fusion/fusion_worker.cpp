@@ -54,6 +54,7 @@ void FusionWorker::setPrompts(std::shared_ptr<UserPrompts> prompts_) {
 
 void FusionWorker::setup(std::string path, AppParams params_) {
     replaySource.reset();
+    clock = makeLivePipelineClock();
     configurationPath = std::move(path);
     configurations.clear();
     params = params_;
@@ -63,6 +64,7 @@ void FusionWorker::setup(std::string path, AppParams params_) {
 
 void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams params_) {
     replaySource.reset();
+    clock = makeLivePipelineClock();
     configurations.clear();
     for (const lum::FusionConfiguration& entry : list) {
         lum::FusionConfiguration copy;
@@ -83,16 +85,12 @@ void FusionWorker::setupReplay(std::unique_ptr<BodySource> recorded, std::vector
     configurationPath.clear();
     configurations = std::move(room);
     replaySource = std::move(recorded);
+    clock = std::make_shared<CapturePipelineClock>();
     // As a live fusion subscribes each camera at the room's pose.
     for (const lum::FusionConfiguration& configuration : configurations)
         replaySource->updatePose(lum::CameraIdentifier(configuration.serial_number), configuration.pose);
     stopRequested = false;
     start(QThread::InheritPriority);
-}
-
-void FusionWorker::setClock(std::shared_ptr<PipelineClock> clock_) {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    clock = std::move(clock_);
 }
 
 int64_t FusionWorker::pipelineNowNs() const {

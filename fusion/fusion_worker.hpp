@@ -67,9 +67,8 @@ public:
     // opening cameras; the run ends by itself when the source does.
     void setupReplay(std::unique_ptr<BodySource> source, std::vector<lum::FusionConfiguration> room);
 
-    // The clock the pacing, solves and run length read; by default the live room's
-    // (makeLivePipelineClock). Set before setup.
-    void setClock(std::shared_ptr<PipelineClock> clock);
+    // The time of the clock the pacing, solves and run length read: the live room's
+    // (makeLivePipelineClock), or a replay's capture times.
     int64_t pipelineNowNs() const;
     // Every capture of a live room goes to `sink` (a recorder) from the start, until the
     // run length passes. Set before setup.
