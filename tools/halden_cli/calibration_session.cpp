@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "calibration/calibration_verdict.hpp"
+#include "tools/halden_cli/output_paths.hpp"
 
 namespace {
 
@@ -39,15 +40,18 @@ std::optional<double> roomRmsMm(const CalibrationReport& report) {
 }
 
 bool writeReport(const std::string& path, const CalibrationReport& report, std::string& problem) {
-    QSaveFile file(QString::fromStdString(path));
+    // Checked again: in the minute of walking, the name may have become a link or a device.
+    const std::string target = writableTarget(path, "--report", problem);
+    if (target.empty()) return false;
+    QSaveFile file(QString::fromStdString(target));
     if (!file.open(QIODevice::WriteOnly)) {
-        problem = file.errorString().toStdString();
+        problem = "--report " + path + ": " + file.errorString().toStdString();
         return false;
     }
     const std::string text = toJson(report).dump(2) + "\n";
     file.write(text.data(), static_cast<qint64>(text.size()));
     if (!file.commit()) {
-        problem = file.errorString().toStdString();
+        problem = "--report " + path + ": " + file.errorString().toStdString();
         return false;
     }
     return true;
@@ -73,7 +77,11 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
             [this](const CameraPeopleList& cameras) { people = calib::describe(cameras); });
     // Emitted on this thread from finishCalib(), once the save was attempted.
     connect(&worker, &FusionWorker::CalibrationConfigurationReady, this,
-            [this] { configurationPublished = true; }, Qt::DirectConnection);
+            [this](const std::vector<lum::FusionConfiguration>& calibrated) {
+                configurationPublished = true;
+                unsaved = calibrated;
+            },
+            Qt::DirectConnection);
 
     collectTimer.setSingleShot(true);
     connect(&collectTimer, &QTimer::timeout, this, &CalibrationSession::finish);
@@ -148,8 +156,15 @@ void CalibrationSession::finish() {
     QCoreApplication::sendPostedEvents(this);
     if (!written) {
         if (configurationPublished) {
-            std::cerr << "halden-cli: could not write " << options.output
-                      << std::endl;
+            std::cerr << "halden-cli: could not write " << options.output << std::endl;
+            std::string problem;
+            const std::string kept = keepUnsavedCalibration(unsaved, problem);
+            if (kept.empty())
+                std::cerr << "halden-cli: the calibration is lost: no fallback file could be written either: "
+                          << problem << std::endl;
+            else
+                std::cerr << "halden-cli: the calibration of " << unsaved.size() << " cameras is kept in " << kept
+                          << "; copy it where it belongs" << std::endl;
             end(kWriteFailed);
         } else {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
@@ -187,7 +202,7 @@ void CalibrationSession::finish() {
             return;
         }
         if (!writeReport(options.report, *lastUsable, problem)) {
-            std::cerr << "halden-cli: could not write the report " << options.report << ": " << problem << std::endl;
+            std::cerr << "halden-cli: could not write the report: " << problem << std::endl;
             end(kWriteFailed);
             return;
         }

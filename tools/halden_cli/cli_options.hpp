@@ -19,6 +19,8 @@ enum CliStatus : int {
     kWriteFailed = 6,
     kPartial = 7,
     kCameraMoved = 8,
+    kCannotWatch = 9,
+    kNotSettled = 10,
 };
 
 struct CliOptions {
