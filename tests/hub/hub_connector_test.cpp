@@ -386,10 +386,11 @@ TEST_F(HubConnectorTest, EmulatorKeepsItsFileItsMemoryAndItsWorkers) {
     std::vector<int> trickling;
     for (int i = 0; i < 150; ++i) trickling.push_back(connectTo(port));
     std::atomic<bool> done{false};
+    const std::string slow = "GET /api/v1/workspaces HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: " + std::string(60, 'a');
     std::thread trickle([&] {
-        for (int second = 0; second < 30 && !done; ++second) {
+        for (size_t second = 0; second < slow.size() && !done; ++second) {
             for (int fd : trickling) {
-                ssize_t sent = ::send(fd, "G", 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+                ssize_t sent = ::send(fd, &slow[second], 1, MSG_NOSIGNAL | MSG_DONTWAIT);
                 (void)sent;
             }
             for (int tick = 0; tick < 10 && !done; ++tick) std::this_thread::sleep_for(std::chrono::milliseconds(100));
