@@ -50,6 +50,7 @@ public:
     uint64_t openedAtNs = 0;
     uint64_t periodNs = 0;
     uint64_t phaseNs = 0;
+    pyra_sim::CameraClock clock;  // what the camera stamps its captures with
     int64_t lastFrame = -1;
     Timestamp frameTime;
 
@@ -127,6 +128,7 @@ ERROR_CODE Camera::open(const InitParameters& parameters) {
     b.openedAtNs = Timestamp::now().getNanoseconds();
     b.periodNs = uint64_t(std::llround(1e9 / double(simulated->fps)));
     b.phaseNs = uint64_t(std::llround(pyra_sim::cameraPhase(b.scene, *simulated) * 1e9));
+    b.clock = pyra_sim::CameraClock(*simulated, b.openedAtNs);
     b.lastFrame = -1;
     b.sequence = 0;
     return ERROR_CODE::SUCCESS;
@@ -200,13 +202,15 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
     if (faults.grabErrorAfterSeconds >= 0 && double(now - b.openedAtNs) * 1e-9 >= faults.grabErrorAfterSeconds)
         return ERROR_CODE::CAMERA_NOT_DETECTED;
 
-    // The next frame on this camera's clock; a caller that fell behind gets the latest one.
-    int64_t latest = int64_t((now - b.phaseNs) / b.periodNs);
+    // The next frame on this camera's own clock; a caller that fell behind gets the latest
+    // one. The frame is stamped with that clock, the world is seen at the true time.
+    int64_t latest = int64_t((b.clock.stampOf(now) - b.phaseNs) / b.periodNs);
     int64_t frame = std::max(b.lastFrame + 1, latest);
     uint64_t frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
-    if (frameNs > now)
+    const uint64_t captureNs = b.clock.trueTimeOf(frameNs);
+    if (captureNs > now)
         std::this_thread::sleep_until(std::chrono::system_clock::time_point(
-            std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(frameNs))));
+            std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(captureNs))));
     b.lastFrame = frame;
     b.frameTime = Timestamp(frameNs);
 
@@ -219,13 +223,14 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
         options.confidenceThreshold = 0.f;
         options.coordinateSystem = b.init.coordinateSystem;
         options.unit = b.init.unit;
-        const double sinceOpen = double(frameNs - std::min(frameNs, b.openedAtNs)) * 1e-9;
-        b.frameBodies = pyra_sim::observe(b.scene, pyra_sim::cameraAt(b.simulated, sinceOpen), frameNs, options);
+        const double sinceOpen = double(captureNs - std::min(captureNs, b.openedAtNs)) * 1e-9;
+        b.frameBodies = pyra_sim::observe(b.scene, pyra_sim::cameraAt(b.simulated, sinceOpen), captureNs, options);
+        b.frameBodies.timestamp = b.frameTime;
     }
     b.unread = true;
 
     bool silenced = faults.stopPublishingAfterSeconds >= 0 &&
-                    double(frameNs - std::min(frameNs, b.openedAtNs)) * 1e-9 >= faults.stopPublishingAfterSeconds;
+                    double(captureNs - std::min(captureNs, b.openedAtNs)) * 1e-9 >= faults.stopPublishingAfterSeconds;
     if (b.publisher && !silenced) {
         pyra::transport::Frame f;
         f.serial = b.simulated.serial;
