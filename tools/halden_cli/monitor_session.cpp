@@ -44,9 +44,12 @@ std::string implausiblePoses(const std::vector<lum::FusionConfiguration>& room) 
     return std::string();
 }
 
-MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
-    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
+MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_,
+                               std::unique_ptr<rec::RecordingReader> replay_)
+    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()),
+      replay(std::move(replay_)) {
     worker.setPrompts(prompts);
+    if (options.seconds > 0) worker.setRunLength(int64_t(options.seconds) * 1000000000);
     connect(&worker, &FusionWorker::isInit, this, [this] {
         if (ended) return;
         started = true;
@@ -58,8 +61,11 @@ MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfi
             end(kCannotWatch);
             return;
         }
-        std::cerr << "halden-cli: watching " << room.size() << " cameras for " << options.seconds << " s" << std::endl;
-        watchTimer.start(options.seconds * 1000);
+        if (options.seconds > 0)
+            std::cerr << "halden-cli: watching " << room.size() << " cameras for " << options.seconds << " s"
+                      << std::endl;
+        else
+            std::cerr << "halden-cli: watching " << room.size() << " cameras through " << options.replay << std::endl;
     });
     auto failed = [this] {
         if (ended || started) return;
@@ -74,8 +80,8 @@ MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfi
                     shiftMm);
         std::fflush(stdout);
     });
-    watchTimer.setSingleShot(true);
-    connect(&watchTimer, &QTimer::timeout, this, &MonitorSession::conclude);
+    // On the worker's clock: a replay watches the same stretch of the recording every run.
+    connect(&worker, &FusionWorker::runEnded, this, &MonitorSession::conclude);
 }
 
 void MonitorSession::start() {
@@ -87,7 +93,12 @@ void MonitorSession::start() {
         QMetaObject::invokeMethod(this, [this] { end(kCannotWatch); }, Qt::QueuedConnection);
         return;
     }
-    worker.setup(room, options.params);
+    if (!replay) {
+        worker.setup(room, options.params);
+        return;
+    }
+    worker.setupReplay(
+        std::make_unique<RecordedBodySource>(std::move(replay), roomFusionParameters().synchronization), room);
 }
 
 void MonitorSession::interrupt() { conclude(); }
@@ -119,7 +130,6 @@ std::vector<int> MonitorSession::missing(const std::vector<int>& present) const 
 void MonitorSession::end(int status) {
     if (ended) return;
     ended = true;
-    watchTimer.stop();
     worker.close();
     QCoreApplication::exit(status);
 }

@@ -11,6 +11,7 @@
 
 #include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
+#include "fusion/recorded_source.hpp"
 #include "tools/halden_cli/cli_options.hpp"
 
 // Why the poses of `room` cannot be a calibration (a camera kilometres away, two at one
@@ -21,7 +22,9 @@ class MonitorSession : public QObject {
     Q_OBJECT
 
 public:
-    MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room);
+    // `replay`, when given, is an open recording watched instead of the room's cameras.
+    MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room,
+                   std::unique_ptr<rec::RecordingReader> replay = nullptr);
 
     // Starts the fusion; the session ends the event loop with 0 (every camera judged and
     // none moved), kCameraMoved, kNotSettled, kCannotWatch or kFusionNotStarted.
@@ -38,7 +41,7 @@ private:
     std::vector<lum::FusionConfiguration> room;
     std::shared_ptr<ConsolePrompts> prompts;
     FusionWorker worker;
-    QTimer watchTimer;
+    std::unique_ptr<rec::RecordingReader> replay;
     bool started = false;
     bool ended = false;
     int moved = 0;

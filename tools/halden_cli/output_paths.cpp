@@ -111,7 +111,10 @@ std::string writableTarget(const std::string& path, const char* what, std::strin
 }
 
 int checkOutputs(CliOptions& options, std::string& problem) {
-    options.output = expandHome(calibrationFileName(QString::fromStdString(options.output)));
+    // A recording keeps its name as given; a calibration gets ".json" when missing.
+    options.output = expandHome(options.command == CliOptions::Command::Record
+                                    ? options.output
+                                    : calibrationFileName(QString::fromStdString(options.output)));
     options.report = expandHome(options.report);
     const std::string output = writableTarget(options.output, "--output", problem);
     if (output.empty()) return kWriteFailed;
