@@ -22,7 +22,7 @@ constexpr double kTrackerBiasMm = 30.0;
 // unexplained; the halves also solve the pull, and their disagreement on it counts with
 // theirs on position. With the pull no longer swamping everything, the random part needs
 // less headroom. All four constants were set on the uncertainty benchmark's rooms against
-// their truth (see the README's coverage tables).
+// their truth (see the coverage tables in docs/trust.md).
 constexpr double kRefinedUncertaintyScale = 1.4;
 constexpr double kRefinedPullShare = 0.05;
 // The same pull turns a camera a little: roughly this share of the shift over the depth.

@@ -52,7 +52,7 @@ private:
 };
 
 // Screenshots go to HALDEN_SCREENSHOT_DIR when it is set (docs/images/ when refreshing the
-// README's pictures), else beside the test build.
+// documentation's pictures), else beside the test build.
 inline QString screenshotPath(const QString& name) {
     const QByteArray dir = qgetenv("HALDEN_SCREENSHOT_DIR");
     return (dir.isEmpty() ? QString(HALDEN_BINARY_DIR "/tests/app") : QString::fromLocal8Bit(dir)) + "/" + name;

@@ -49,7 +49,7 @@ T* find(const WSCreator& dialog, const char* name) {
     return found;
 }
 
-// HALDEN_SCREENSHOT_DIR=docs/images refreshes the pictures of the README.
+// HALDEN_SCREENSHOT_DIR=docs/images refreshes the pictures of docs/.
 inline bool savePicture(WSCreator& dialog, const QString& name) {
     const QString folder = qEnvironmentVariable("HALDEN_SCREENSHOT_DIR", HALDEN_BINARY_DIR "/screenshots");
     QCoreApplication::processEvents();  // let the layouts settle first
