@@ -12,6 +12,7 @@
 #include <iostream>
 #include <thread>
 
+#include "pyra_sim/room_clock.hpp"
 #include "pyra_sim/scene.hpp"
 #include "transport/endpoints.hpp"
 #include "transport/publisher.hpp"
@@ -38,6 +39,12 @@ int lockCamera(unsigned int serial) {
 bool pluggedIn(const pyra_sim::CameraSettings& c) { return c.pluggedIn || pyra_sim::allCamerasPluggedIn(); }
 
 bool inRange(int value, int last) { return value >= 0 && value < last; }
+
+// On the virtual clock a camera may run this far ahead of the fusion, and waits this long
+// for it before taking a frame anyway (a fusion that stopped must not hold its cameras).
+constexpr uint64_t kVirtualLeadNs = 1000000000ULL;
+constexpr int kVirtualPatienceMs = 100;
+constexpr int kVirtualGreetingMs = 10000;
 
 }  // namespace
 
@@ -124,7 +131,7 @@ ERROR_CODE Camera::open(const InitParameters& parameters) {
     b.lockFd = fd;
     b.simulated = *simulated;
     b.init = parameters;
-    b.openedAtNs = Timestamp::now().getNanoseconds();
+    b.openedAtNs = pyra_sim::virtualRoomClock() ? pyra_sim::virtualNowNs() : Timestamp::now().getNanoseconds();
     b.periodNs = uint64_t(std::llround(1e9 / double(simulated->fps)));
     b.phaseNs = uint64_t(std::llround(pyra_sim::cameraPhase(b.scene, *simulated) * 1e9));
     b.lastFrame = -1;
@@ -195,18 +202,33 @@ ERROR_CODE Camera::stopPublishing() {
 ERROR_CODE Camera::grab(const RuntimeParameters&) {
     if (!isOpened()) return ERROR_CODE::CAMERA_NOT_INITIALIZED;
     CameraBackend& b = *backend_;
-    uint64_t now = Timestamp::now().getNanoseconds();
+    const bool onVirtualClock = pyra_sim::virtualRoomClock();
+    uint64_t now = onVirtualClock ? pyra_sim::virtualNowNs() : Timestamp::now().getNanoseconds();
     const pyra_sim::FaultSettings& faults = b.simulated.faults;
-    if (faults.grabErrorAfterSeconds >= 0 && double(now - b.openedAtNs) * 1e-9 >= faults.grabErrorAfterSeconds)
+    if (faults.grabErrorAfterSeconds >= 0 && double(now - std::min(now, b.openedAtNs)) * 1e-9 >= faults.grabErrorAfterSeconds)
         return ERROR_CODE::CAMERA_NOT_DETECTED;
 
-    // The next frame on this camera's clock; a caller that fell behind gets the latest one.
-    int64_t latest = int64_t((now - b.phaseNs) / b.periodNs);
-    int64_t frame = std::max(b.lastFrame + 1, latest);
-    uint64_t frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
-    if (frameNs > now)
-        std::this_thread::sleep_until(std::chrono::system_clock::time_point(
-            std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(frameNs))));
+    int64_t frame = 0;
+    uint64_t frameNs = 0;
+    if (onVirtualClock) {
+        // Not a frame before a fusion listens, so that none is lost; then every frame in
+        // turn, none skipped, as fast as the fusion takes them.
+        for (int waited = 0; b.lastFrame < 0 && b.publisher && !b.publisher->greeted() && waited < kVirtualGreetingMs;
+             ++waited)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        frame = b.lastFrame >= 0 ? b.lastFrame + 1
+                                 : int64_t((b.openedAtNs - b.phaseNs + b.periodNs - 1) / b.periodNs);
+        frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
+        pyra_sim::waitForVirtualClock(frameNs, kVirtualLeadNs, kVirtualPatienceMs);
+    } else {
+        // The next frame on this camera's clock; a caller that fell behind gets the latest one.
+        int64_t latest = int64_t((now - b.phaseNs) / b.periodNs);
+        frame = std::max(b.lastFrame + 1, latest);
+        frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
+        if (frameNs > now)
+            std::this_thread::sleep_until(std::chrono::system_clock::time_point(
+                std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(frameNs))));
+    }
     b.lastFrame = frame;
     b.frameTime = Timestamp(frameNs);
 
