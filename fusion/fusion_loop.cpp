@@ -190,6 +190,7 @@ void FusionWorker::collectSkeletons() {
     // One solve at a time; when one is still running the next starts as soon as it lands.
     if (progress > 1.0f && !solver.busy()) {
         calibration.framesAtLastCalibration = frames;
+        solver.setLowPriority(!clock->followsCaptures());
         solver.start(calibration);
         // On capture time the next set waits for this solve, so that it lands at the same
         // point of every run.
