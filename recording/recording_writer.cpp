@@ -13,8 +13,31 @@
 namespace rec {
 
 namespace {
+
 constexpr size_t kHardChunkBytes = 1u << 20;
+
+// The writer refuses what its own reader would refuse, so no file it writes is unreadable.
+const char* outOfBounds(const RecordingHeader& header) {
+    if (header.room.size() > kMaxCameras) return "more cameras than a recording holds";
+    if (header.createdBy.size() > kMaxTextBytes) return "a program name longer than a recording holds";
+    for (const lum::FusionConfiguration& camera : header.room)
+        if (camera.communication_parameters.getIpAddress().size() > kMaxTextBytes ||
+            camera.input_type.configuration_.size() > kMaxTextBytes ||
+            camera.input_type.secondConfiguration_.size() > kMaxTextBytes)
+            return "a camera address longer than a recording holds";
+    return nullptr;
 }
+
+const char* outOfBounds(const RecordedBodies& entry) {
+    if (entry.bodies.body_list.size() > kMaxBodiesPerEntry) return "more bodies in one frame than a recording holds";
+    for (const lum::BodyData& body : entry.bodies.body_list)
+        if (body.keypoint.size() > kMaxKeypointsPerBody || body.keypoint_confidence.size() > kMaxKeypointsPerBody ||
+            body.keypoint_covariances.size() > kMaxKeypointsPerBody || body.unique_object_id.size() > kMaxTextBytes)
+            return "a body larger than a recording holds";
+    return nullptr;
+}
+
+}  // namespace
 
 RecordingWriter::~RecordingWriter() { close(nullptr); }
 
@@ -31,7 +54,7 @@ bool RecordingWriter::open(const std::string& path, const RecordingHeader& heade
     if (fd_ >= 0 && !close(problem)) return false;
     path_ = path;
     written_ = RecordingSummary();
-    if (header.room.size() > kMaxCameras) return failed("more cameras than a recording holds", problem);
+    if (const char* fault = outOfBounds(header)) return failed(fault, problem);
     fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd_ < 0) return failed(std::strerror(errno), problem);
     return writeAll(encodeFileHeader(kFormatVersion), problem) &&
@@ -43,11 +66,14 @@ bool RecordingWriter::append(const RecordedBodies& entry, std::string* problem) 
         if (problem) *problem = path_ + ": recording is not open";
         return false;
     }
+    const char* fault = outOfBounds(entry);
     const size_t before = pending_.size();
-    appendEntry(entry, pending_);
-    if (pending_.size() - before > kHardChunkBytes) {
+    if (!fault) appendEntry(entry, pending_);
+    if (!fault && pending_.size() - before > kHardChunkBytes) fault = "one camera's bodies are too large to record";
+    if (fault) {
+        // The entry is left out; the recording goes on.
         pending_.resize(before);
-        if (problem) *problem = path_ + ": one camera's bodies are too large to record";
+        if (problem) *problem = path_ + ": " + fault;
         return false;
     }
     if (pending_.size() > kHardChunkBytes) {
