@@ -365,6 +365,13 @@ std::vector<int> FusionWorker::runningCameras() const {
     return serials;
 }
 
+std::vector<int> FusionWorker::watchedCameras() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    std::vector<int> serials;
+    for (const auto& [serial, change] : driftMonitor.latestChange()) serials.push_back(serial);
+    return serials;
+}
+
 calib::KeypointDrops FusionWorker::droppedKeypoints() const {
     std::lock_guard<std::mutex> lock(workerMutex);
     return calibration.droppedKeypoints;
