@@ -7,6 +7,7 @@
 #include <iostream>
 #include <set>
 
+#include "core/console_log.hpp"
 #include "core/console_prompts.hpp"
 
 std::string calibrationFileName(const QString& chosen) {
@@ -58,7 +59,7 @@ void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams p
         copy.override_gravity = entry.override_gravity;
         configurations.push_back(copy);
     }
-    std::cout << "Running the fusion for " << configurations.size() << " devices." << std::endl;
+    console::trace() << "Running the fusion for " << configurations.size() << " devices.";
     params = params_;
     stopRequested = false;
     start(QThread::InheritPriority);
@@ -76,7 +77,7 @@ void FusionWorker::enableModule(MODULES module) {
 void FusionWorker::enableSK() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.skeletonEnabled) return;
-    std::cout << "enableSK " << std::endl;
+    console::trace() << "enableSK ";
     for (auto& [serial, sender] : senders) sender->askSkeleton();
     lum::BodyTrackingFusionParameters parameters;
     parameters.enableTracking = true;
@@ -84,27 +85,27 @@ void FusionWorker::enableSK() {
     if (enabled == lum::FUSION_ERROR_CODE::SUCCESS)
         modules.skeletonEnabled = true;
     else
-        std::cout << "ERROR : " << lum::toString(enabled) << std::endl;
+        console::notice() << "ERROR : " << lum::toString(enabled);
 }
 
 void FusionWorker::enableDepth() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.depthEnabled) return;
-    std::cout << "enableDepth " << std::endl;
+    console::trace() << "enableDepth ";
     modules.depthEnabled = true;
 }
 
 void FusionWorker::enableMapping() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.mappingEnabled) return;
-    std::cout << "enableMapping " << std::endl;
+    console::trace() << "enableMapping ";
     modules.mappingEnabled = true;
 }
 
 void FusionWorker::enableTracking() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.trackingEnabled) return;
-    std::cout << "enableTracking " << std::endl;
+    console::trace() << "enableTracking ";
     fusion->enablePositionalTracking(lum::PositionalTrackingFusionParameters());
     modules.trackingEnabled = true;
 }
@@ -149,7 +150,7 @@ void FusionWorker::run() {
         return;
     }
     emit isInit();
-    std::cout << "START RUN FUSION " << std::endl;
+    console::trace() << "START RUN FUSION ";
     running = true;
     enableSK();
     steadyLoop();
@@ -166,7 +167,7 @@ void FusionWorker::waitUntilHidden(const PromptMessage& message) {
 // Never a modal box here: close() on the GUI thread may be waiting for this thread, and a
 // box that needs the GUI thread to return would hold both forever.
 bool FusionWorker::startUp() {
-    std::cout << "INIT FUSION " << std::endl;
+    console::trace() << "INIT FUSION ";
     {
         std::lock_guard<std::mutex> lock(workerMutex);
         fusion = std::make_shared<lum::Fusion>();
@@ -180,7 +181,7 @@ bool FusionWorker::startUp() {
     init.verbose = 0;
     const lum::FUSION_ERROR_CODE initialised = fusion->init(init);
     if (initialised != lum::FUSION_ERROR_CODE::SUCCESS)
-        std::cout << "ERROR : " << lum::toString(initialised) << std::endl;
+        console::notice() << "ERROR : " << lum::toString(initialised);
     bodyRuntimeParameters.skeletonMinimumAllowedKeypoints = 4;
 
     if (configurations.empty()) {
@@ -215,7 +216,7 @@ bool FusionWorker::startUp() {
         sender->setup(configuration, params);
         if (!sender->isOpened()) {
             failed.insert(serial);
-            std::cout << " camera " << serial << " failed to open" << std::endl;
+            console::notice() << " camera " << serial << " failed to open";
             openFailures << QString::number(serial);
             continue;
         }
@@ -259,7 +260,7 @@ bool FusionWorker::startUp() {
             std::lock_guard<std::mutex> lock(workerMutex);
             subscribedCameras.push_back(camera);
         } else {
-            std::cout << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed) << std::endl;
+            console::notice() << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed);
             subscribeFailures << QString::number(serial);
         }
     }
