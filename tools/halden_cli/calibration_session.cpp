@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "calibration/calibration_verdict.hpp"
+#include "calibration/report_json.hpp"
 
 namespace {
 
@@ -57,6 +58,7 @@ bool writeReport(const std::string& path, const CalibrationReport& report, std::
 
 CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
     : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
+    for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
     worker.setCalibrationModel(options.classicModel ? SkeletonMulticameraCalibration::Model::Classic
@@ -128,6 +130,11 @@ void CalibrationSession::interrupt() {
         return;
     }
     std::cerr << "halden-cli: interrupted before the calibration started; nothing to save" << std::endl;
+    if (options.json) {
+        result.status = kNothingToSave;
+        result.message = "interrupted before the calibration started";
+        printJson(result);
+    }
     // The fusion may be waiting seconds for senders that never answer. Nothing has been
     // written yet and the kernel releases the camera locks, so leaving now loses nothing.
     std::cout.flush();
@@ -161,7 +168,9 @@ void CalibrationSession::finish() {
     }
 
     const std::vector<int> saved = worker.savedCameras();
-    std::cout << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
+    result.output = options.output;
+    result.saved = saved;
+    out() << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
               << " frames, " << solves << " solves)" << std::endl;
     const bool partial = reportLeftOut(saved, refused);
     if (lastUsable) {
@@ -169,15 +178,18 @@ void CalibrationSession::finish() {
             // The verdict and the uncertainty that covers systematic error come first; the
             // formal sigma only knows random noise.
             const CameraAssessment assessment = assessCamera(&camera, *lastUsable);
-            std::printf("  camera %d: %s, 1-sigma %.2f deg / %.1f mm, residual %.1f mm (formal sigma %.3f deg / "
-                        "%.1f mm), %d keypoint pairs\n",
-                        camera.camera, readinessName(assessment.readiness), camera.uncertainty.rotationSigmaDeg,
-                        camera.uncertainty.positionSigmaMm, camera.rmsAfterMm, camera.rotationSigmaDeg,
-                        camera.translationSigmaMm, camera.residualBlocks);
+            char line[256];
+            std::snprintf(line, sizeof line,
+                          "  camera %d: %s, 1-sigma %.2f deg / %.1f mm, residual %.1f mm (formal sigma %.3f deg / "
+                          "%.1f mm), %d keypoint pairs",
+                          camera.camera, readinessName(assessment.readiness), camera.uncertainty.rotationSigmaDeg,
+                          camera.uncertainty.positionSigmaMm, camera.rmsAfterMm, camera.rotationSigmaDeg,
+                          camera.translationSigmaMm, camera.residualBlocks);
+            out() << line << "\n";
             if (assessment.readiness != CameraReadiness::Good && !assessment.advice.empty())
-                std::printf("    %s\n", assessment.advice.c_str());
+                out() << "    " << assessment.advice << "\n";
         }
-        std::fflush(stdout);
+        out().flush();
     }
     if (!options.report.empty()) {
         std::string problem;
@@ -191,29 +203,39 @@ void CalibrationSession::finish() {
             end(kWriteFailed);
             return;
         }
-        std::cout << "Report written to " << options.report << std::endl;
+        result.report = options.report;
+        out() << "Report written to " << options.report << std::endl;
     }
     end(partial ? kPartial : kWritten);
 }
 
-bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) const {
+bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) {
     const std::vector<int> running = worker.runningCameras();
     bool leftOut = false;
     for (const lum::FusionConfiguration& camera : room) {
         const int serial = camera.serial_number;
         if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
         leftOut = true;
-        if (std::find(running.begin(), running.end(), serial) == running.end())
-            std::cerr << "halden-cli: camera " << serial << " left out: it never opened or subscribed" << std::endl;
-        else
-            std::cerr << "halden-cli: camera " << serial
-                      << " left out: it shared no usable keypoint with another camera" << refused << std::endl;
+        const std::string why = std::find(running.begin(), running.end(), serial) == running.end()
+                                    ? "it never opened or subscribed"
+                                    : "it shared no usable keypoint with another camera" + refused;
+        std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
+        result.leftOut[serial] = why;
     }
     return leftOut;
 }
 
+std::ostream& CalibrationSession::out() const { return options.json ? std::cerr : std::cout; }
+
 void CalibrationSession::end(CliStatus status) {
     ended = true;
+    if (options.json) {
+        result.status = status;
+        result.frames = worker.calibrationFrameCount();
+        result.solves = solves;
+        result.calibration = lastUsable;
+        printJson(result);
+    }
     collectTimer.stop();
     tickTimer.stop();
     progress.close();
