@@ -18,18 +18,18 @@ add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/packaging/halden-cli.1.gz
                    DEPENDS ${PROJECT_BINARY_DIR}/packaging/halden-cli.1)
 add_custom_target(halden_man_page ALL DEPENDS ${PROJECT_BINARY_DIR}/packaging/halden-cli.1.gz)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/halden-cli.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+# The package is "halden"; GNUInstallDirs would name the folder after the project, "Halden".
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/halden)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/halden/docs)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME halden)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "Halden developers <halden@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "finds where several stereo cameras stand in one room, from people walking past them")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Halden calibrates the poses of several stereo cameras from the skeletons of people\n"
-    "walking through the room, says how far to trust each camera, and exports the result\n"
-    "for OpenCV, ROS 2 and multi-camera pose tools. With halden-cli, body_relay and a hub emulator.")
+set(CPACK_PACKAGE_DESCRIPTION "Halden calibrates the poses of several stereo cameras from the skeletons of people
+walking through the room, says how far to trust each camera, and exports the result
+for OpenCV, ROS 2 and multi-camera pose tools. With halden-cli, body_relay and a hub emulator.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
