@@ -51,7 +51,12 @@ void FrameAssembler::setAssociation(BodyAssociation association) {
 void FrameAssembler::addBodies(int camera, const lum::Bodies& bodies) {
     CameraHistory& history = cameras_[camera];
     const uint64_t ns = bodies.timestamp.getNanoseconds();
-    if (ns <= history.newestNs) return;
+    if (ns <= history.newestNs) {
+        // Far older than this camera's last capture: its host clock was set back. Waiting
+        // for it to catch up would stall the collection for as long as the step.
+        if (history.newestNs - ns <= uint64_t(options_.historyNs)) return;
+        history = CameraHistory();
+    }
     history.newestNs = ns;
     for (const lum::BodyData& body : bodies.body_list) history.tracks[body.id].push_back({ns, body});
     const uint64_t keepFrom = ns > uint64_t(options_.historyNs) ? ns - uint64_t(options_.historyNs) : 0;

@@ -43,7 +43,8 @@ public:
     void setAssociation(BodyAssociation association);
 
     // One camera's bodies as it captured them (bodies.timestamp is the capture time).
-    // Older or repeated captures of a camera are ignored.
+    // Older or repeated captures of a camera are ignored, unless they are older than the
+    // whole history (the camera's clock was set back): the camera then starts anew.
     void addBodies(int camera, const lum::Bodies& bodies);
 
     // The common instant of the next frame: the oldest of the newest captures of the cameras

@@ -9,11 +9,6 @@
 #include "core/console_log.hpp"
 namespace {
 
-int64_t nowNs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 int64_t steadyNs() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
@@ -56,13 +51,23 @@ void FusionWorker::steadyLoop() {
     while (running && !stopRequested) {
         const int64_t callStart = steadyNs();
         recordLoopTiming(callStart, previousStart, previousReturn);
-        const lum::FUSION_ERROR_CODE status = fusion->process();
+        const lum::FUSION_ERROR_CODE status = source().process();
         previousStart = callStart;
         previousReturn = steadyNs();
 
-        if (status == lum::FUSION_ERROR_CODE::SUCCESS) processFrame();
+        if (status == lum::FUSION_ERROR_CODE::SUCCESS) {
+            processFrame();
+            // Outside the worker's lock: the GUI thread may ask for counts meanwhile.
+            if (awaitSolve) solver.wait();
+            awaitSolve = false;
+            // A recording has nothing more to give once its run is over.
+            if (runOver && replaySource) break;
+        } else if (source().ended()) {
+            emit runEnded();
+            break;
+        }
 
-        const int64_t nowMs = nowNs() / 1000000;
+        const int64_t nowMs = steadyNs() / 1000000;
         if (status != lum::FUSION_ERROR_CODE::NO_NEW_DATA_AVAILABLE || nowMs - lastErrorReport > 200) {
             emit updateFusionError(QString::fromStdString(lum::toString(status)));
             lastErrorReport = nowMs;
@@ -83,7 +88,8 @@ void FusionWorker::processFrame() {
             std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
             fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
             for (const lum::CameraIdentifier& camera : subscribedCameras)
-                fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
+                source().retrieveBodies(shared.cameraBodies[camera], camera);
+            noteCaptures();
             watchForDrift();
         }
     }
@@ -108,7 +114,31 @@ void FusionWorker::processFrame() {
         std::lock_guard<std::mutex> metrics(shared.metricsMutex);
         fusion->getProcessMetrics(shared.metrics);
     }
+    checkRunLength();
     emit newData();
+}
+
+// Called with the skeleton mutex held.
+void FusionWorker::noteCaptures() {
+    SharedData& shared = SharedData::getInstance();
+    uint64_t newest = 0;
+    for (const lum::CameraIdentifier& camera : subscribedCameras) {
+        const lum::Bodies& bodies = shared.cameraBodies[camera];
+        if (bodies.is_new) newest = std::max<uint64_t>(newest, bodies.timestamp.getNanoseconds());
+    }
+    if (newest > 0) clock->captured(static_cast<int64_t>(newest));
+}
+
+void FusionWorker::checkRunLength() {
+    if (runLengthNs <= 0) return;
+    const int64_t now = clock->nowNs();
+    if (runStartNs < 0) runStartNs = now;
+    if (now - runStartNs < runLengthNs) return;
+    runLengthNs = 0;
+    runOver = true;
+    calibration.isCollecting = false;
+    liveSource->setSink(nullptr, {});
+    emit runEnded();
 }
 
 void FusionWorker::collectSkeletons() {
@@ -119,7 +149,8 @@ void FusionWorker::collectSkeletons() {
     {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras)
-            fusion->retrieveBodies(shared.cameraBodies[camera], bodyRuntimeParameters, camera, kWorld);
+            source().retrieveBodies(shared.cameraBodies[camera], camera);
+        noteCaptures();
         if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
             for (const lum::CameraIdentifier& camera : subscribedCameras) {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
@@ -131,12 +162,15 @@ void FusionWorker::collectSkeletons() {
         showThroughCalibration();
     }
 
-    const int64_t now = nowNs();
-    if (now / 1000000 - static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()) <= 499) return;
+    const int64_t now = clock->nowNs();
+    // A store resumed from another session may be stamped on another clock, ahead of this
+    // one: only a frame taken on this clock holds the next one back.
+    const auto tooSoon = [now](int64_t lastMs) { return now / 1000000 >= lastMs && now / 1000000 - lastMs <= 499; };
+    if (tooSoon(static_cast<int64_t>(calibration.lastTimestamp.getMilliseconds()))) return;
     if (calibration.model == SkeletonMulticameraCalibration::Model::Refined) {
         // Moments with nobody to pair do not move lastTimestamp, so the association keeps
         // its own pace.
-        if (now / 1000000 - lastAssociationMs <= 499) return;
+        if (tooSoon(lastAssociationMs)) return;
         lastAssociationMs = now / 1000000;
         if (!calibration.calibratedPoses.empty()) associator.setPoses(calibration.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
@@ -158,6 +192,9 @@ void FusionWorker::collectSkeletons() {
     if (progress > 1.0f && !solver.busy()) {
         calibration.framesAtLastCalibration = frames;
         solver.start(calibration);
+        // On capture time the next set waits for this solve, so that it lands at the same
+        // point of every run.
+        awaitSolve = clock->followsCaptures();
     }
 }
 
@@ -192,13 +229,12 @@ void FusionWorker::showThroughCalibration() {
 // Called with the skeleton mutex held and the bodies just retrieved in the room frame.
 void FusionWorker::watchForDrift() {
     SharedData& shared = SharedData::getInstance();
-    uint64_t newest = 0;
-    for (const lum::CameraIdentifier& camera : subscribedCameras)
-        newest = std::max<uint64_t>(newest, shared.cameraBodies[camera].timestamp.getNanoseconds());
-    if (newest < lastDriftFrameNs + kDriftFrameNs) return;
-    lastDriftFrameNs = newest;
+    // On the pipeline clock, which never steps back as the cameras' capture times may.
+    const uint64_t now = static_cast<uint64_t>(clock->nowNs());
+    if (now < lastDriftFrameNs + kDriftFrameNs) return;
+    lastDriftFrameNs = now;
     for (const DriftWarning& warning :
-         driftMonitor.addFrame(newest, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
+         driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
         console::trace() << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
                          << warning.jointShiftMm << " mm";
         emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
@@ -236,7 +272,7 @@ int FusionWorker::startCalib(CALIB kind) {
     {
         std::lock_guard<std::mutex> positions(shared.positionMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras) {
-            fusion->updatePose(camera, reset);
+            source().updatePose(camera, reset);
             shared.cameraPoses[camera].pose_data = lum::Transform::identity();
             shared.cameraTransforms[camera] = lum::Transform::identity();
         }
@@ -289,7 +325,7 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     savedSerials.clear();
     for (const lum::FusionConfiguration& configuration : calibrated) savedSerials.push_back(configuration.serial_number);
     for (const auto& [serial, transform] : calibration.calibratedPoses)
-        fusion->updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+        source().updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
     restartDriftWatch();
     return calibrated;
 }

@@ -16,11 +16,24 @@ std::string calibrationFileName(const QString& chosen) {
     return chosen.toStdString();
 }
 
+lum::InitFusionParameters roomFusionParameters() {
+    lum::InitFusionParameters init(lum::UNIT::MILLIMETER, lum::COORDINATE_SYSTEM::IMAGE, true, 0, 5, -1, nullptr,
+                                   lum::SynchronizationParameter(0, 1000.f, false, 50.f),
+                                   lum::Resolution(size_t(-1), size_t(-1)));
+    init.unit = lum::UNIT::METER;
+    init.coordinateSystem = lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP;
+    init.outputPerformanceMetrics = true;
+    init.verbose = 0;
+    return init;
+}
+
 PromptMessage nothingToSaveMessage() {
     return {"No calibration to save", "Halden has not generated a calibration to save yet.", PromptIcon::Warning};
 }
 
-FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_) : fusion(std::make_shared<lum::Fusion>()) {
+FusionWorker::FusionWorker(std::shared_ptr<UserPrompts> prompts_)
+    : fusion(std::make_shared<lum::Fusion>()), liveSource(std::make_unique<LiveBodySource>(fusion)),
+      clock(makeLivePipelineClock()) {
     registerSharedMetaTypes();
     qRegisterMetaType<CalibrationReport>("CalibrationReport");
     qRegisterMetaType<CameraPeopleList>("CameraPeopleList");
@@ -41,6 +54,8 @@ void FusionWorker::setPrompts(std::shared_ptr<UserPrompts> prompts_) {
 }
 
 void FusionWorker::setup(std::string path, AppParams params_) {
+    replaySource.reset();
+    clock = makeLivePipelineClock();
     configurationPath = std::move(path);
     configurations.clear();
     params = params_;
@@ -49,6 +64,8 @@ void FusionWorker::setup(std::string path, AppParams params_) {
 }
 
 void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams params_) {
+    replaySource.reset();
+    clock = makeLivePipelineClock();
     configurations.clear();
     for (const lum::FusionConfiguration& entry : list) {
         lum::FusionConfiguration copy;
@@ -63,6 +80,44 @@ void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams p
     params = params_;
     stopRequested = false;
     start(QThread::InheritPriority);
+}
+
+void FusionWorker::setupReplay(std::unique_ptr<BodySource> recorded, std::vector<lum::FusionConfiguration> room) {
+    configurationPath.clear();
+    configurations = std::move(room);
+    replaySource = std::move(recorded);
+    clock = std::make_shared<CapturePipelineClock>();
+    // As a live fusion subscribes each camera at the room's pose.
+    for (const lum::FusionConfiguration& configuration : configurations)
+        replaySource->updatePose(lum::CameraIdentifier(configuration.serial_number), configuration.pose);
+    stopRequested = false;
+    start(QThread::InheritPriority);
+}
+
+int64_t FusionWorker::pipelineNowNs() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    return clock->nowNs();
+}
+
+void FusionWorker::setCaptureSink(CaptureSink sink) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    captureSink = std::move(sink);
+}
+
+void FusionWorker::setCalibrateOnStart(bool calibrate) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    calibrateOnStart = calibrate;
+}
+
+void FusionWorker::setRunLength(int64_t lengthNs) {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    runLengthNs = lengthNs;
+    runStartNs = -1;
+}
+
+BodySource& FusionWorker::source() {
+    if (replaySource) return *replaySource;
+    return *liveSource;
 }
 
 void FusionWorker::enableModule(MODULES module) {
@@ -152,7 +207,10 @@ void FusionWorker::run() {
     emit isInit();
     console::trace() << "START RUN FUSION ";
     running = true;
+    runOver = false;
     enableSK();
+    // Before the first set, so that the run collects from the same capture every time.
+    if (calibrateOnStart) startCalib(SKELETON_CALIB);
     steadyLoop();
 }
 
@@ -172,17 +230,19 @@ bool FusionWorker::startUp() {
         std::lock_guard<std::mutex> lock(workerMutex);
         fusion = std::make_shared<lum::Fusion>();
     }
-    lum::InitFusionParameters init(lum::UNIT::MILLIMETER, lum::COORDINATE_SYSTEM::IMAGE, true, 0, 5, -1, nullptr,
-                                   lum::SynchronizationParameter(0, 1000.f, false, 50.f),
-                                   lum::Resolution(size_t(-1), size_t(-1)));
-    init.unit = lum::UNIT::METER;
-    init.coordinateSystem = lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP;
-    init.outputPerformanceMetrics = true;
-    init.verbose = 0;
-    const lum::FUSION_ERROR_CODE initialised = fusion->init(init);
+    const lum::FUSION_ERROR_CODE initialised = fusion->init(roomFusionParameters());
     if (initialised != lum::FUSION_ERROR_CODE::SUCCESS)
         console::notice() << "ERROR : " << lum::toString(initialised);
     bodyRuntimeParameters.skeletonMinimumAllowedKeypoints = 4;
+    if (replaySource) {
+        // A recording: its cameras are the room, already "subscribed".
+        std::lock_guard<std::mutex> lock(workerMutex);
+        restartDriftWatch();
+        subscribedCameras.clear();
+        for (const lum::FusionConfiguration& configuration : configurations)
+            subscribedCameras.push_back(lum::CameraIdentifier(configuration.serial_number));
+        return !stopRequested;
+    }
 
     if (configurations.empty()) {
         std::string problem;
@@ -286,5 +346,9 @@ bool FusionWorker::startUp() {
     if (!subscribeFailures.empty())
         waitUntilHidden({"Failed to subscribe", "Halden failed to subscribe to: " + subscribeFailures.join(", "),
                        PromptIcon::Critical});
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        liveSource->setSink(captureSink, subscribedCameras);
+    }
     return !stopRequested;
 }

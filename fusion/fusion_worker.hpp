@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "core/pipeline_clock.hpp"
 #include "core/shared_records.hpp"
 #include "core/user_prompts.hpp"
 #include "calibration/body_association.hpp"
@@ -20,6 +21,7 @@
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
 #include "calibration/skeleton_align.hpp"
+#include "fusion/body_source.hpp"
 #include "fusion/calibration_runner.hpp"
 #include "fusion/pyra_worker.hpp"
 #include "lum/lum.hpp"
@@ -34,6 +36,9 @@ struct LoopTiming {
 // The name a calibration is saved under: ".json" appended unless the last dot-separated
 // piece already is "json"; empty when none was chosen (nothing is saved then).
 std::string calibrationFileName(const QString& chosen);
+
+// How the fusion of a room is set up: units, axes, and how long it waits for a set.
+lum::InitFusionParameters roomFusionParameters();
 
 // Said instead of asking for a file name when no solve was usable.
 PromptMessage nothingToSaveMessage();
@@ -58,6 +63,22 @@ public:
 
     void setup(std::string path, AppParams params);
     void setup(std::vector<lum::FusionConfiguration> list, AppParams params);
+    // Plays `source` (a recording of `room`'s cameras) through the same loop instead of
+    // opening cameras; the run ends by itself when the source does.
+    void setupReplay(std::unique_ptr<BodySource> source, std::vector<lum::FusionConfiguration> room);
+
+    // The time of the clock the pacing, solves and run length read: the live room's
+    // (makeLivePipelineClock), or a replay's capture times.
+    int64_t pipelineNowNs() const;
+    // Every capture of a live room goes to `sink` (a recorder) from the start, until the
+    // run length passes. Set before setup.
+    void setCaptureSink(CaptureSink sink);
+    // Starts the skeleton calibration on the worker's thread before the first set, instead
+    // of whenever a startCalib() call comes in. Set before setup.
+    void setCalibrateOnStart(bool calibrate);
+    // Collecting and recording stop `lengthNs` of pipeline time after the next set, which
+    // runEnded() then says. 0: no limit.
+    void setRunLength(int64_t lengthNs);
 
     void enableModule(MODULES module);
     void enableSK();
@@ -113,6 +134,9 @@ signals:
     // the way it did: it turned by about rotationDeg, and its joints landed about
     // jointShiftMm away from where they did.
     void cameraMoved(int serial, double rotationDeg, double jointShiftMm);
+    // The run length passed or the played-back recording ended: collecting and recording
+    // stopped at that set.
+    void runEnded();
 
 protected:
     void run() override;
@@ -129,11 +153,24 @@ private:
     void waitUntilHidden(const PromptMessage& message);
     void resetCalibration();
     void recordLoopTiming(int64_t callStartNs, int64_t previousCallStartNs, int64_t previousReturnNs);
+    BodySource& source();
+    // Tells the clock the newest capture among the cameras' bodies just retrieved.
+    void noteCaptures();
+    void checkRunLength();
 
     std::atomic<bool> running{false};
     // Set by close(); seen by a start-up that has not yet reached the loop.
     std::atomic<bool> stopRequested{false};
     std::shared_ptr<lum::Fusion> fusion;
+    std::unique_ptr<LiveBodySource> liveSource;
+    std::unique_ptr<BodySource> replaySource;  // set: a recording plays instead of the room
+    std::shared_ptr<PipelineClock> clock;
+    CaptureSink captureSink;
+    int64_t runLengthNs = 0;
+    int64_t runStartNs = -1;  // pipeline time of the first set after the length was set
+    bool awaitSolve = false;  // worker thread only
+    bool runOver = false;     // worker thread only
+    bool calibrateOnStart = false;
     lum::BodyTrackingFusionRuntimeParameters bodyRuntimeParameters{-1, -1};
     std::vector<lum::CameraIdentifier> subscribedCameras;
     AppParams params;

@@ -103,7 +103,6 @@ void PyraWorker::run() {
             camera.retrieveBodies(bodies, bodyRuntime, 0);
         else
             pendingError = lum::toString(grabbed);
-        msleep(10);
     }
 
     // A stop request wins over an error seen on the way out: nobody is left to read the box.

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <thread>
 
+#include "pyra_sim/room_clock.hpp"
 #include "pyra_sim/scene.hpp"
 #include "transport/endpoints.hpp"
 #include "transport/publisher.hpp"
@@ -39,6 +40,12 @@ bool pluggedIn(const pyra_sim::CameraSettings& c) { return c.pluggedIn || pyra_s
 
 bool inRange(int value, int last) { return value >= 0 && value < last; }
 
+// On the virtual clock a camera may run this far ahead of the fusion, and waits this long
+// for it before taking a frame anyway (a fusion that stopped must not hold its cameras).
+constexpr uint64_t kVirtualLeadNs = 1000000000ULL;
+constexpr int kVirtualPatienceMs = 100;
+constexpr int kVirtualGreetingMs = 10000;
+
 }  // namespace
 
 class CameraBackend {
@@ -50,6 +57,7 @@ public:
     uint64_t openedAtNs = 0;
     uint64_t periodNs = 0;
     uint64_t phaseNs = 0;
+    pyra_sim::CameraClock clock;  // what the camera stamps its captures with
     int64_t lastFrame = -1;
     Timestamp frameTime;
 
@@ -124,9 +132,10 @@ ERROR_CODE Camera::open(const InitParameters& parameters) {
     b.lockFd = fd;
     b.simulated = *simulated;
     b.init = parameters;
-    b.openedAtNs = Timestamp::now().getNanoseconds();
+    b.openedAtNs = pyra_sim::virtualRoomClock() ? pyra_sim::virtualNowNs() : Timestamp::now().getNanoseconds();
     b.periodNs = uint64_t(std::llround(1e9 / double(simulated->fps)));
     b.phaseNs = uint64_t(std::llround(pyra_sim::cameraPhase(b.scene, *simulated) * 1e9));
+    b.clock = pyra_sim::CameraClock(*simulated, b.openedAtNs);
     b.lastFrame = -1;
     b.sequence = 0;
     return ERROR_CODE::SUCCESS;
@@ -195,18 +204,37 @@ ERROR_CODE Camera::stopPublishing() {
 ERROR_CODE Camera::grab(const RuntimeParameters&) {
     if (!isOpened()) return ERROR_CODE::CAMERA_NOT_INITIALIZED;
     CameraBackend& b = *backend_;
-    uint64_t now = Timestamp::now().getNanoseconds();
+    const bool onVirtualClock = pyra_sim::virtualRoomClock();
+    uint64_t now = onVirtualClock ? pyra_sim::virtualNowNs() : Timestamp::now().getNanoseconds();
     const pyra_sim::FaultSettings& faults = b.simulated.faults;
-    if (faults.grabErrorAfterSeconds >= 0 && double(now - b.openedAtNs) * 1e-9 >= faults.grabErrorAfterSeconds)
+    if (faults.grabErrorAfterSeconds >= 0 && double(now - std::min(now, b.openedAtNs)) * 1e-9 >= faults.grabErrorAfterSeconds)
         return ERROR_CODE::CAMERA_NOT_DETECTED;
 
-    // The next frame on this camera's clock; a caller that fell behind gets the latest one.
-    int64_t latest = int64_t((now - b.phaseNs) / b.periodNs);
-    int64_t frame = std::max(b.lastFrame + 1, latest);
-    uint64_t frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
-    if (frameNs > now)
-        std::this_thread::sleep_until(std::chrono::system_clock::time_point(
-            std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(frameNs))));
+    int64_t frame = 0;
+    uint64_t frameNs = 0;  // on the camera's own clock, which stamps the capture
+    if (onVirtualClock) {
+        // Not a frame before a fusion listens, so that none is lost; then every frame in
+        // turn, none skipped, as fast as the fusion takes them. The fusion moves the room
+        // clock by the stamps it takes, so the camera paces itself by its own stamps.
+        for (int waited = 0; b.lastFrame < 0 && b.publisher && !b.publisher->greeted() && waited < kVirtualGreetingMs;
+             ++waited)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        frame = b.lastFrame >= 0 ? b.lastFrame + 1
+                                 : int64_t((b.clock.stampOf(b.openedAtNs) - b.phaseNs + b.periodNs - 1) / b.periodNs);
+        frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
+        pyra_sim::waitForVirtualClock(frameNs, kVirtualLeadNs, kVirtualPatienceMs);
+    } else {
+        // The next frame on this camera's clock; a caller that fell behind gets the latest one.
+        int64_t latest = int64_t((b.clock.stampOf(now) - b.phaseNs) / b.periodNs);
+        frame = std::max(b.lastFrame + 1, latest);
+        frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
+        const uint64_t dueNs = b.clock.trueTimeOf(frameNs);
+        if (dueNs > now)
+            std::this_thread::sleep_until(std::chrono::system_clock::time_point(
+                std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::nanoseconds(dueNs))));
+    }
+    // The world is seen at the true time of the capture.
+    const uint64_t captureNs = b.clock.trueTimeOf(frameNs);
     b.lastFrame = frame;
     b.frameTime = Timestamp(frameNs);
 
@@ -219,13 +247,14 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
         options.confidenceThreshold = 0.f;
         options.coordinateSystem = b.init.coordinateSystem;
         options.unit = b.init.unit;
-        const double sinceOpen = double(frameNs - std::min(frameNs, b.openedAtNs)) * 1e-9;
-        b.frameBodies = pyra_sim::observe(b.scene, pyra_sim::cameraAt(b.simulated, sinceOpen), frameNs, options);
+        const double sinceOpen = double(captureNs - std::min(captureNs, b.openedAtNs)) * 1e-9;
+        b.frameBodies = pyra_sim::observe(b.scene, pyra_sim::cameraAt(b.simulated, sinceOpen), captureNs, options);
+        b.frameBodies.timestamp = b.frameTime;
     }
     b.unread = true;
 
     bool silenced = faults.stopPublishingAfterSeconds >= 0 &&
-                    double(frameNs - std::min(frameNs, b.openedAtNs)) * 1e-9 >= faults.stopPublishingAfterSeconds;
+                    double(captureNs - std::min(captureNs, b.openedAtNs)) * 1e-9 >= faults.stopPublishingAfterSeconds;
     if (b.publisher && !silenced) {
         pyra::transport::Frame f;
         f.serial = b.simulated.serial;

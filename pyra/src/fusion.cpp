@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "body_fusion.hpp"
+#include "pyra_sim/room_clock.hpp"
 #include "transport/subscriber.hpp"
 
 namespace lum {
@@ -24,6 +25,9 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int kHandshakeTimeoutMs = 2000;
 constexpr int kProcessWaitMs = 50;
 constexpr uint64_t kMetricsWindowNs = 2000000000ULL;
+// On the virtual room clock, how long (wall time) a camera with nothing queued is waited
+// for before the others go on without it.
+constexpr int kVirtualPatienceMs = 2000;
 
 uint64_t nowNs() { return Timestamp::now().getNanoseconds(); }
 
@@ -40,6 +44,8 @@ struct CameraLink {
     Transform pendingPose;
     std::unique_ptr<FrameSubscriber> subscriber;
     Bodies latest;  // camera frame, fusion's system and unit
+    std::deque<Bodies> queued;  // virtual clock: received, not yet due
+    bool silent = false;        // virtual clock: sent nothing for the whole patience
     bool hasFrame = false;
     bool newSinceSet = false;
     bool unread = false;
@@ -71,6 +77,11 @@ public:
     bool fusedUnread = false;
     std::deque<uint64_t> setTimes;
     float timestampSpread = 0.f;
+    // PYRA_SIM_CLOCK=virtual: frames arrive when their capture time comes, in capture order,
+    // so the sets do not depend on how the threads of this process were scheduled.
+    bool virtualClock = false;
+
+    uint64_t clockNs() const { return virtualClock ? pyra_sim::virtualNowNs() : nowNs(); }
 
     void receive(CameraIdentifier id, CameraLink& link) {
         Frame frame;
@@ -79,16 +90,44 @@ public:
                 ++link.foreignFrames;
                 continue;
             }
-            uint64_t now = nowNs();
             Matrix3f axes = getCoordinateTransformConversion3f(frame.coordinateSystem, parameters.coordinateSystem);
             pyra::transformBodies(frame.bodies, axes, getUnitScale(frame.unit, parameters.unit), Vector3f());
-            link.latest = std::move(frame.bodies);
-            link.hasFrame = link.newSinceSet = link.unread = true;
-            link.arrivalNs = now;
-            link.arrivals.push_back({now, link.latest.timestamp.getNanoseconds(), !link.latest.body_list.empty()});
-            while (!link.arrivals.empty() && link.arrivals.front().arrivalNs + kMetricsWindowNs < now)
-                link.arrivals.pop_front();
+            if (virtualClock)
+                link.queued.push_back(std::move(frame.bodies));
+            else
+                arrive(link, std::move(frame.bodies), nowNs());
         }
+    }
+
+    void arrive(CameraLink& link, Bodies&& bodies, uint64_t now) {
+        link.latest = std::move(bodies);
+        link.hasFrame = link.newSinceSet = link.unread = true;
+        link.arrivalNs = now;
+        link.arrivals.push_back({now, link.latest.timestamp.getNanoseconds(), !link.latest.body_list.empty()});
+        while (!link.arrivals.empty() && link.arrivals.front().arrivalNs + kMetricsWindowNs < now)
+            link.arrivals.pop_front();
+    }
+
+    // The camera whose queued capture comes first, once every camera still sending has one
+    // queued; nullptr while one is awaited.
+    CameraLink* nextDue(bool patienceOver) {
+        CameraLink* earliest = nullptr;
+        uint64_t earliestNs = 0;
+        bool awaited = false;
+        for (auto& [id, link] : links) {
+            if (link.queued.empty()) {
+                if (patienceOver) link.silent = true;
+                awaited = awaited || !link.silent;
+                continue;
+            }
+            link.silent = false;
+            const uint64_t ns = link.queued.front().timestamp.getNanoseconds();
+            if (!earliest || ns < earliestNs) {
+                earliest = &link;
+                earliestNs = ns;
+            }
+        }
+        return awaited ? nullptr : earliest;
     }
 
     bool present(const CameraLink& link, uint64_t now) const {
@@ -161,6 +200,42 @@ public:
     }
 };
 
+namespace {
+
+// Captures are taken in capture order, the virtual clock following them; a set is made at
+// the capture time at which the wall-clock rules would have made it.
+FUSION_ERROR_CODE processOnVirtualClock(FusionBackend& b, std::vector<zmq::pollitem_t>& items) {
+    const auto patience = SteadyClock::now() + std::chrono::milliseconds(kVirtualPatienceMs);
+    while (true) {
+        for (auto& [id, link] : b.links) b.receive(id, link);
+        CameraLink* due = b.nextDue(SteadyClock::now() >= patience);
+        if (!due) {
+            if (SteadyClock::now() >= patience) return FUSION_ERROR_CODE::NO_NEW_DATA_AVAILABLE;
+            try {
+                zmq::poll(items.data(), items.size(), std::chrono::milliseconds(5));
+            } catch (const zmq::error_t&) {
+                return FUSION_ERROR_CODE::FAILURE;
+            }
+            continue;
+        }
+        const uint64_t captureNs = due->queued.front().timestamp.getNanoseconds();
+        if (b.setReady(captureNs)) {
+            b.makeSet(captureNs);
+            return FUSION_ERROR_CODE::SUCCESS;
+        }
+        Bodies bodies = std::move(due->queued.front());
+        due->queued.pop_front();
+        b.arrive(*due, std::move(bodies), captureNs);
+        pyra_sim::advanceVirtualClock(captureNs);
+        if (b.setReady(captureNs)) {
+            b.makeSet(captureNs);
+            return FUSION_ERROR_CODE::SUCCESS;
+        }
+    }
+}
+
+}  // namespace
+
 Fusion::Fusion() : backend_(std::make_unique<FusionBackend>()) {}
 Fusion::~Fusion() = default;
 
@@ -172,6 +247,8 @@ FUSION_ERROR_CODE Fusion::init(const InitFusionParameters& parameters) {
     std::lock_guard<std::mutex> lock(backend_->mutex);
     backend_->parameters = parameters;
     backend_->initialised = true;
+    backend_->virtualClock = pyra_sim::virtualRoomClock();
+    if (backend_->virtualClock) pyra_sim::restartVirtualClock();
     return FUSION_ERROR_CODE::SUCCESS;
 }
 
@@ -244,6 +321,7 @@ FUSION_ERROR_CODE Fusion::process() {
     }
     std::vector<zmq::pollitem_t> items;
     for (auto& [id, link] : b.links) items.push_back({link.subscriber->socket().handle(), 0, ZMQ_POLLIN, 0});
+    if (b.virtualClock) return processOnVirtualClock(b, items);
     while (true) {
         for (auto& [id, link] : b.links) b.receive(id, link);
         uint64_t now = nowNs();
@@ -350,7 +428,7 @@ FUSION_ERROR_CODE Fusion::getProcessMetrics(FusionMetrics& metrics) {
     FusionBackend& b = *backend_;
     if (!b.initialised) return FUSION_ERROR_CODE::FUSION_NOT_INITIALIZED;
     metrics.reset();
-    uint64_t now = nowNs();
+    uint64_t now = b.clockNs();
     for (auto& [id, link] : b.links) {
         CameraMetrics m;
         std::deque<uint64_t> times;
@@ -380,7 +458,7 @@ FUSION_ERROR_CODE Fusion::getProcessMetrics(FusionMetrics& metrics) {
 std::vector<CameraIdentifier> Fusion::getSenderState() const {
     std::lock_guard<std::mutex> lock(backend_->mutex);
     std::vector<CameraIdentifier> live;
-    uint64_t now = nowNs();
+    uint64_t now = backend_->clockNs();
     for (const auto& [id, link] : backend_->links)
         if (backend_->present(link, now)) live.push_back(id);
     return live;

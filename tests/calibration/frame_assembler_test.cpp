@@ -44,6 +44,17 @@ TEST(FrameAssembler, BringsEveryCameraToTheOldestNewestCapture) {
     EXPECT_EQ(assembler.commonInstant().getNanoseconds(), 1251 * kMs);
     EXPECT_TRUE(assembler.assemble().empty());
     EXPECT_EQ(assembler.bodiesAt(1251 * kMs).count(1), 0u);
+
+    // The cameras' host clock is set back an hour: what they capture next is taken anew,
+    // not ignored until the clock has caught up.
+    calib::FrameAssembler stepped;
+    for (uint64_t base : {3600000 * kMs, 1000 * kMs})
+        for (uint64_t k = 0; k < 3; ++k) {
+            stepped.addBodies(1, walkerAt(base + k * 33 * kMs));
+            stepped.addBodies(2, walkerAt(base + 20 * kMs + k * 33 * kMs));
+        }
+    EXPECT_EQ(stepped.commonInstant().getNanoseconds(), 1066 * kMs);
+    EXPECT_EQ(stepped.assemble().size(), 1u);
 }
 
 TEST(FrameAssembler, LeavesOutGapsMissingJointsAndCrowdedCameras) {

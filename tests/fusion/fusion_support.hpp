@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -43,5 +44,17 @@ private:
 
 // Waits (pumping this thread's events) until `done` holds or the time-out passes.
 bool waitFor(const std::function<bool()>& done, std::chrono::seconds timeout = std::chrono::seconds(30));
+// For waits whose outcome does not depend on time (the virtual room clock): only the test
+// runner's own limit ends them.
+inline constexpr std::chrono::seconds kNoTimeout{170};
+
+// The simulated room on its virtual clock while in scope. Create it before any room's
+// threads start and let it go after they are joined.
+struct ScopedVirtualClock {
+    ScopedVirtualClock() { ::setenv("PYRA_SIM_CLOCK", "virtual", 1); }
+    ~ScopedVirtualClock() { ::unsetenv("PYRA_SIM_CLOCK"); }
+    ScopedVirtualClock(const ScopedVirtualClock&) = delete;
+    ScopedVirtualClock& operator=(const ScopedVirtualClock&) = delete;
+};
 
 }  // namespace fusiontest

@@ -62,8 +62,8 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
     useFaultScene();
     auto prompts = std::make_shared<fusiontest::RecordingPrompts>();
     {
+        Observed observed;  // outlives the worker, whose thread writes into it
         FusionWorker worker(prompts);
-        Observed observed;
         observed.watch(worker);
         worker.setup({local(51004), remote(51003, platform_test::testPort(0))}, AppParams());
         ASSERT_TRUE(fusiontest::waitFor([&] { return observed.failed.load(); }));
@@ -78,8 +78,8 @@ TEST(WorkerStartUp, StopsWithOneOpenedOrNoSubscribedCamera) {
                   "Halden is able to open one camera. The calibration process requires at least two cameras.");
     }
     auto second = std::make_shared<fusiontest::RecordingPrompts>();
+    Observed observed;  // outlives the worker, whose thread writes into it
     FusionWorker worker(second);
-    Observed observed;
     observed.watch(worker);
     worker.setup({remote(51001, platform_test::testPort(1)), remote(51002, platform_test::testPort(2))}, AppParams());
     ASSERT_TRUE(fusiontest::waitFor([&] { return observed.failed.load(); }));
@@ -106,8 +106,8 @@ TEST(WorkerStartUp, RunsOnWithTheCamerasThatWork) {
     }));
 
     auto prompts = std::make_shared<fusiontest::RecordingPrompts>();
-    FusionWorker worker(prompts);
     Observed observed;
+    FusionWorker worker(prompts);
     observed.watch(worker);
     testing::internal::CaptureStdout();
     worker.setup({local(51001), local(51002), remote(51003, port), local(51004)}, AppParams());

@@ -38,6 +38,18 @@ CliRun runCli(const QStringList& arguments, int timeoutMs = 120000) {
     return run;
 }
 
+// Sets an environment variable for the programs started until the end of the scope.
+struct ScopedVariable {
+    const char* name;
+    ScopedVariable(const char* name_, const std::string& value) : name(name_) { qputenv(name, value.c_str()); }
+    ~ScopedVariable() { qunsetenv(name); }
+};
+
+std::string readAll(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
+}
+
 QString inTemporary(const std::string& name) { return QString::fromStdString(platform_test::privateFolder("files") + "/" + name); }
 
 }  // namespace
@@ -64,7 +76,7 @@ TEST(HaldenCli, RefusesWhatCannotBeCalibratedWithDistinctStatuses) {
     EXPECT_EQ(help.status, 0);
     for (const char* documented : {"--room", "--usb", "--seconds", "--output", "--report", "--depth-mode",
                                    "--body-model", "--confidence", "--json", "--verbose", "--version", "devices",
-                                   "Exit status"})
+                                   "record", "--replay", "Exit status"})
         EXPECT_NE(help.out.find(documented), std::string::npos) << documented;
     const CliRun version = runCli({"--version"});
     EXPECT_EQ(version.status, 0);
@@ -76,12 +88,16 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     pyra_sim::Scene scene;
     std::string problem;
     ASSERT_TRUE(pyra_sim::loadScene(scenePath, scene, &problem)) << problem;
-    qputenv("PYRA_SIM_SCENE", scenePath);
     const QString output = inTemporary("room");
     const QString report = inTemporary("report.json");
-    const CliRun run =
-        runCli({"calibrate", "--usb", "--seconds", "40", "--output", output, "--report", report, "--json"}, 150000);
-    qunsetenv("PYRA_SIM_SCENE");
+    CliRun run;
+    {
+        // On the virtual room clock: the same 40 s of walking on every run, however busy the machine.
+        const ScopedVariable scene("PYRA_SIM_SCENE", scenePath);
+        const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
+        run = runCli({"calibrate", "--usb", "--seconds", "40", "--output", output, "--report", report, "--json"},
+                     150000);
+    }
     ASSERT_EQ(run.status, 0) << run.out << run.err;
     // Every camera sees both people most of the time; the progress line says whose bodies count.
     EXPECT_NE(run.err.find("2 people, used"), std::string::npos) << run.err;
@@ -126,13 +142,6 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
 }
 
 namespace {
-
-// Sets an environment variable for the programs started until the end of the scope.
-struct ScopedVariable {
-    const char* name;
-    ScopedVariable(const char* name_, const std::string& value) : name(name_) { qputenv(name, value.c_str()); }
-    ~ScopedVariable() { qunsetenv(name); }
-};
 
 std::string writeText(const std::string& name, const std::string& text) {
     const std::string path = inTemporary(name).toStdString();
@@ -217,6 +226,7 @@ TEST(HaldenCli, WritesOnlyCalibratedCamerasAndSaysWhichWereLeftOut) {
         {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]},
         {"serial": 41004, "position": [-2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]}]})"));
     const ScopedVariable home("HOME", platform_test::privateFolder("files"));
+    const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
     const QString output = inTemporary("partial.json");
     const CliRun run =
         runCli({"calibrate", "--usb", "--seconds", "20", "--output", output, "--report", "~/partial_report.json"});
@@ -232,4 +242,38 @@ TEST(HaldenCli, WritesOnlyCalibratedCamerasAndSaysWhichWereLeftOut) {
     EXPECT_EQ(written[0].serial_number, 41003);
     EXPECT_EQ(written[1].serial_number, 41004);
     EXPECT_TRUE(QFile::exists(inTemporary("partial_report.json")));
+}
+
+// On the virtual room clock: one scene records to the same file twice, every replay of it
+// writes the same room and report, and a file that is no recording is refused by status.
+TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
+    const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
+    const QString first = inTemporary("first.rec");
+    const QString second = inTemporary("second.rec");
+    for (const QString& output : {first, second}) {
+        const CliRun recorded = runCli({"record", "--usb", "--seconds", "15", "--output", output});
+        ASSERT_EQ(recorded.status, 0) << recorded.out << recorded.err;
+    }
+    const std::string bytes = readAll(first);
+    EXPECT_GT(bytes.size(), 10000u);
+    EXPECT_EQ(bytes, readAll(second));
+
+    std::vector<std::string> rooms, reports;
+    for (const char* name : {"replayed_a", "replayed_b"}) {
+        const QString room = inTemporary(std::string(name) + ".json");
+        const QString report = inTemporary(std::string(name) + "_report.json");
+        const CliRun replayed = runCli({"calibrate", "--replay", first, "--output", room, "--report", report});
+        EXPECT_TRUE(replayed.status == 0 || replayed.status == 7) << replayed.out << replayed.err;
+        rooms.push_back(readAll(room));
+        reports.push_back(readAll(report));
+    }
+    EXPECT_FALSE(rooms[0].empty());
+    EXPECT_EQ(rooms[0], rooms[1]);
+    EXPECT_EQ(reports[0], reports[1]);
+
+    const CliRun notARecording =
+        runCli({"calibrate", "--replay", QString::fromStdString(writeText("bad.rec", "not a recording")), "--output",
+                inTemporary("never.json")});
+    EXPECT_EQ(notARecording.status, 9);
+    EXPECT_NE(notARecording.err.find("bad.rec"), std::string::npos) << notARecording.err;
 }

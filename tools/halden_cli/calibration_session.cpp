@@ -39,13 +39,33 @@ std::optional<double> roomRmsMm(const CalibrationReport& report) {
     return std::sqrt(sum / blocks);
 }
 
-bool writeReport(const std::string& path, const CalibrationReport& report, std::string& problem) {
+// Ten significant digits: the last bits of a covariance depend on where the heap put its
+// matrices (vectorised sums start where memory is aligned), and no figure here means more.
+void roundFigures(nlohmann::ordered_json& value) {
+    if (value.is_number_float()) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%.10g", value.get<double>());
+        value = std::strtod(text, nullptr);
+        return;
+    }
+    if (value.is_structured())
+        for (nlohmann::ordered_json& item : value) roundFigures(item);
+}
+
+// A replay's report leaves out the solve's wall time and rounds its figures, so that every
+// replay of a recording writes the same bytes.
+bool writeReport(const std::string& path, const CalibrationReport& report, bool replayed, std::string& problem) {
     QSaveFile file(QString::fromStdString(path));
     if (!file.open(QIODevice::WriteOnly)) {
         problem = file.errorString().toStdString();
         return false;
     }
-    const std::string text = toJson(report).dump(2) + "\n";
+    nlohmann::ordered_json document = toJson(report);
+    if (replayed) {
+        document.erase("solveSeconds");
+        roundFigures(document);
+    }
+    const std::string text = document.dump(2) + "\n";
     file.write(text.data(), static_cast<qint64>(text.size()));
     if (!file.commit()) {
         problem = file.errorString().toStdString();
@@ -56,8 +76,10 @@ bool writeReport(const std::string& path, const CalibrationReport& report, std::
 
 }  // namespace
 
-CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
-    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
+CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_,
+                                       std::unique_ptr<rec::RecordingReader> replay_)
+    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()),
+      replay(std::move(replay_)) {
     for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
@@ -77,19 +99,28 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
     connect(&worker, &FusionWorker::CalibrationConfigurationReady, this,
             [this] { configurationPublished = true; }, Qt::DirectConnection);
 
-    collectTimer.setSingleShot(true);
-    connect(&collectTimer, &QTimer::timeout, this, &CalibrationSession::finish);
+    // The worker starts the calibration before its first set and stops collecting after
+    // --seconds of its own clock, so a replay collects the same frames on every run.
+    worker.setCalibrateOnStart(true);
+    if (options.seconds > 0) worker.setRunLength(int64_t(options.seconds) * 1000000000);
+    connect(&worker, &FusionWorker::runEnded, this, &CalibrationSession::finish);
     connect(&tickTimer, &QTimer::timeout, this, [this] { progress.update(progressState(), false); });
 }
 
-void CalibrationSession::start() { worker.setup(room, options.params); }
+void CalibrationSession::start() {
+    if (!replay) {
+        worker.setup(room, options.params);
+        return;
+    }
+    auto source = std::make_unique<RecordedBodySource>(std::move(replay), roomFusionParameters().synchronization);
+    replaySource = source.get();
+    worker.setupReplay(std::move(source), room);
+}
 
 void CalibrationSession::onStarted() {
     if (ended) return;
     started = true;
-    worker.startCalib(SKELETON_CALIB);
     clock.start();
-    collectTimer.start(options.seconds * 1000);
     tickTimer.start(1000);
     progress.update(progressState(), true);
 }
@@ -143,9 +174,13 @@ void CalibrationSession::interrupt() {
 
 void CalibrationSession::finish() {
     if (ended) return;
-    collectTimer.stop();
     tickTimer.stop();
     progress.close();
+    // A replay interrupted midway stops here; its source is read on this thread from now on.
+    if (replaySource) worker.close();
+    if (replaySource && replaySource->truncated())
+        std::cerr << "halden-cli: warning: the recording ends early: " << replaySource->problem()
+                  << "; calibrated from what came before" << std::endl;
     const int frames = worker.calibrationFrameCount();
     const calib::KeypointDrops drops = worker.droppedKeypoints();
     const std::string refused =
@@ -198,7 +233,7 @@ void CalibrationSession::finish() {
             end(kWriteFailed);
             return;
         }
-        if (!writeReport(options.report, *lastUsable, problem)) {
+        if (!writeReport(options.report, *lastUsable, !options.replay.empty(), problem)) {
             std::cerr << "halden-cli: could not write the report " << options.report << ": " << problem << std::endl;
             end(kWriteFailed);
             return;
@@ -236,7 +271,6 @@ void CalibrationSession::end(CliStatus status) {
         result.calibration = lastUsable;
         printJson(result);
     }
-    collectTimer.stop();
     tickTimer.stop();
     progress.close();
     worker.close();

@@ -13,6 +13,7 @@
 
 #include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
+#include "fusion/recorded_source.hpp"
 #include "tools/halden_cli/cli_options.hpp"
 #include "tools/halden_cli/cli_result.hpp"
 #include "tools/halden_cli/progress_line.hpp"
@@ -21,7 +22,9 @@ class CalibrationSession : public QObject {
     Q_OBJECT
 
 public:
-    CalibrationSession(CliOptions options, std::vector<lum::FusionConfiguration> room);
+    // `replay`, when given, is an open recording played instead of the room's cameras.
+    CalibrationSession(CliOptions options, std::vector<lum::FusionConfiguration> room,
+                       std::unique_ptr<rec::RecordingReader> replay = nullptr);
 
     // Starts the fusion; the session ends the application's event loop with a CliStatus.
     void start();
@@ -45,7 +48,8 @@ private:
     std::shared_ptr<ConsolePrompts> prompts;
     FusionWorker worker;
     ProgressLine progress;
-    QTimer collectTimer;
+    std::unique_ptr<rec::RecordingReader> replay;
+    const RecordedBodySource* replaySource = nullptr;  // owned by the worker
     QTimer tickTimer;
     QElapsedTimer clock;
     bool started = false;

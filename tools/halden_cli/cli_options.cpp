@@ -56,7 +56,12 @@ const char* cliHelpText() {
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
                        [--model classic|refined] [--json] [--verbose]
+  halden-cli calibrate --replay FILE --output FILE [--seconds N] [--report FILE] [--model M]
+                       [--json] [--verbose]
   halden-cli monitor --room FILE [--seconds N] [--verbose]
+  halden-cli monitor --replay FILE --room FILE [--seconds N] [--verbose]
+  halden-cli record (--room FILE | --usb) --seconds N --output FILE [--depth-mode N]
+                    [--body-model N] [--confidence N] [--verbose]
   halden-cli export ROOM --format opencv|toml|ros2|matrix --output FILE
   halden-cli devices
   halden-cli --help | --version
@@ -75,6 +80,11 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while peop
   --depth-mode N     depth mode of the cameras, 1 (fastest) to 5 (finest), default 4
   --body-model N     body tracking model, 0 fast, 1 medium, 2 accurate, default 0
   --confidence N     body detection confidence threshold, 0 to 100, default 50
+  --replay FILE      calibrate from a recording (see record) instead of live cameras: the
+                     same collection, solves, verdict and save, paced by the recorded
+                     capture times as fast as this computer goes; the same recording
+                     gives the same files on every run. --seconds then counts recording
+                     time, default the whole recording
   --model M          refined (default): camera poses and depth biases from clock-aligned
                      frames, in a level world frame with the floor at height 0;
                      classic: camera poses only, in the reference camera's frame
@@ -84,6 +94,10 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while peop
 monitor      Runs a calibrated room (a file saved by calibrate) and reports every camera
              that moves away from its calibrated pose, with how far it moved, until
              --seconds have passed (default 60) or Ctrl-C.
+             With --replay, watches a recording against the calibrated room instead.
+record       Records a room's cameras (their bodies as received, and the room) into a
+             recording for --replay, for --seconds (default 60) or until Ctrl-C. A file
+             cut short (power loss, a kill) still replays up to the cut.
 export       Writes a room calibration (a file saved by calibrate) for another tool:
   --format opencv    OpenCV FileStorage YAML, R and T per camera (room to camera)
   --format toml      one table per camera: name, Rodrigues rotation, translation
@@ -100,7 +114,7 @@ Progress (percent toward the next solve, frames collected, solves, last RMS resi
 is one line redrawn in place on a terminal, plain lines otherwise, on standard error.
 
 Exit status:
-  0  a calibration (or an export) was written
+  0  a calibration (or a recording, or an export) was written
   1  bad command line
   2  no room: unreadable room file, or none of its cameras plugged in
   3  the room has fewer than two cameras
@@ -111,6 +125,9 @@ Exit status:
   7  partial: a calibration was written, but some cameras of the room were left out of it
      (never opened or subscribed, or no usable keypoint shared with another camera)
   8  monitor: a camera moved
+  9  the recording to replay could not be read: missing, not a recording, from a newer
+     Halden, or its room is damaged. A recording damaged or cut short after its room is
+     replayed up to the damage, with a warning saying where, and exits as above
 )";
 }
 
@@ -127,6 +144,7 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
                        {"body-model", "Body model.", "N"},
                        {"confidence", "Confidence.", "N"},
                        {"model", "Calibration model.", "M"},
+                       {"replay", "Recording to replay.", "FILE"},
                        {"json", "JSON result."},
                        {"verbose", "Trace lines."},
                        {"version", "Version."},
@@ -148,7 +166,7 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
     const QString command = positional.value(0);
     if (command == "export") return parseExport(parser, positional, options, problem);
     if (positional.size() != 1) {
-        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor, export or devices"
+        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor, record, export or devices"
                                        : "only one command at a time";
         return std::nullopt;
     }
@@ -160,6 +178,13 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
         options.command = CliOptions::Command::Devices;
         return options;
     }
+    options.replay = parser.value("replay").toStdString();
+    if (parser.isSet("replay") && options.replay.empty()) {
+        problem = "--replay needs a file name";
+        return std::nullopt;
+    }
+    // A replay runs to the recording's end unless told otherwise.
+    if (!options.replay.empty()) options.seconds = 0;
     if (command == "monitor") {
         options.command = CliOptions::Command::Monitor;
         options.params.depthMode = 4;
@@ -172,25 +197,32 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
         if (!readInt(parser, "seconds", 1, 7 * 24 * 3600, options.seconds, problem)) return std::nullopt;
         return options;
     }
-    if (command != "calibrate") {
+    if (command != "calibrate" && command != "record") {
         problem = "unknown command \"" + command.toStdString() + "\"";
         return std::nullopt;
     }
 
-    options.command = CliOptions::Command::Calibrate;
+    const bool record = command == "record";
+    options.command = record ? CliOptions::Command::Record : CliOptions::Command::Calibrate;
     options.usb = parser.isSet("usb");
     options.roomFile = parser.value("room").toStdString();
-    if (options.usb == parser.isSet("room")) {
-        problem = "calibrate needs exactly one of --room FILE and --usb";
+    const int sources = int(options.usb) + int(parser.isSet("room")) + int(parser.isSet("replay"));
+    if (record && parser.isSet("replay")) {
+        problem = "record needs live cameras: --room FILE or --usb, not --replay";
         return std::nullopt;
     }
-    if (options.roomFile.empty() && !options.usb) {
+    if (sources != 1) {
+        problem = record ? "record needs exactly one of --room FILE and --usb"
+                         : "calibrate needs exactly one of --room FILE, --usb and --replay FILE";
+        return std::nullopt;
+    }
+    if (options.roomFile.empty() && !options.usb && options.replay.empty()) {
         problem = "--room needs a file name";
         return std::nullopt;
     }
     options.output = parser.value("output").toStdString();
     if (options.output.empty()) {
-        problem = "calibrate needs --output FILE";
+        problem = command.toStdString() + " needs --output FILE";
         return std::nullopt;
     }
     options.report = parser.value("report").toStdString();
@@ -226,6 +258,7 @@ const char* exitReason(int status) {
         case kWriteFailed: return "write failed";
         case kPartial: return "partial";
         case kCameraMoved: return "camera moved";
+        case kBadRecording: return "bad recording";
     }
     return "unknown";
 }

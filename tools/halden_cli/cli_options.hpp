@@ -19,15 +19,17 @@ enum CliStatus : int {
     kWriteFailed = 6,
     kPartial = 7,
     kCameraMoved = 8,
+    kBadRecording = 9,
 };
 
 struct CliOptions {
-    enum class Command { Help, Version, Devices, Calibrate, Monitor, Export };
+    enum class Command { Help, Version, Devices, Calibrate, Monitor, Record, Export };
     Command command = Command::Help;
     std::string roomFile;  // empty with --usb
     std::string format;    // export: opencv, toml, ros2 or matrix
     bool usb = false;
-    int seconds = 60;
+    std::string replay;  // a recording played instead of live cameras
+    int seconds = 60;    // 0 with --replay and no --seconds: the whole recording
     std::string output;
     std::string report;  // empty: no report
     bool classicModel = false;  // --model classic: poses only, the reference camera's frame

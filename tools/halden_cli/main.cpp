@@ -14,6 +14,7 @@
 #include "tools/halden_cli/cli_result.hpp"
 #include "tools/halden_cli/monitor_session.hpp"
 #include "tools/halden_cli/output_paths.hpp"
+#include "tools/halden_cli/record_session.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
@@ -104,6 +105,25 @@ int endEarly(const CliOptions& options, int status, const std::string& message) 
     return status;
 }
 
+// The recording to replay, opened; its room becomes the room unless one was given (a
+// monitor watches against a calibrated room file).
+int openReplay(const CliOptions& options, std::unique_ptr<rec::RecordingReader>& reader,
+               std::vector<lum::FusionConfiguration>& room) {
+    reader = std::make_unique<rec::RecordingReader>();
+    std::string problem;
+    if (!reader->open(options.replay, &problem)) {
+        std::cerr << "halden-cli: cannot replay " << options.replay << ": " << problem << std::endl;
+        return kBadRecording;
+    }
+    if (room.empty()) room = reader->header().room;
+    if (room.size() < 2) {
+        std::cerr << "halden-cli: the recording " << options.replay << " holds " << room.size()
+                  << " camera; a calibration needs at least two" << std::endl;
+        return kTooFewCameras;
+    }
+    return 0;
+}
+
 // Runs a session to its end; Ctrl-C or a termination asks it to finish early.
 template <typename Session>
 int runSession(QCoreApplication& app, Session& session) {
@@ -150,14 +170,35 @@ int main(int argc, char** argv) {
         return endEarly(checked, unwritable, problem);
     }
     std::vector<lum::FusionConfiguration> room;
-    if (const int status = loadRoom(checked, room)) return endEarly(checked, status, "");
+    std::unique_ptr<rec::RecordingReader> replay;
+    if (checked.replay.empty() || checked.command == CliOptions::Command::Monitor) {
+        // A replayed monitor still needs the calibrated room, whose cameras need not be here.
+        if (!checked.replay.empty()) {
+            std::string problem;
+            room = lum::readFusionConfigurationFile(checked.roomFile, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                    lum::UNIT::METER, &problem);
+            if (room.empty()) {
+                std::cerr << "halden-cli: no room: " << (problem.empty() ? "no camera in " + checked.roomFile : problem)
+                          << std::endl;
+                return endEarly(checked, kNoRoom, problem);
+            }
+        } else if (const int status = loadRoom(checked, room)) {
+            return endEarly(checked, status, "");
+        }
+    }
+    if (!checked.replay.empty())
+        if (const int status = openReplay(checked, replay, room)) return endEarly(checked, status, "");
 
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
     if (checked.command == CliOptions::Command::Monitor) {
-        MonitorSession monitor(checked, std::move(room));
+        MonitorSession monitor(checked, std::move(room), std::move(replay));
         return runSession(app, monitor);
     }
-    CalibrationSession session(checked, std::move(room));
+    if (checked.command == CliOptions::Command::Record) {
+        RecordSession recorder(checked, std::move(room));
+        return runSession(app, recorder);
+    }
+    CalibrationSession session(checked, std::move(room), std::move(replay));
     return runSession(app, session);
 }

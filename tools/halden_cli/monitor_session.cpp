@@ -7,14 +7,20 @@
 #include <cstdio>
 #include <iostream>
 
-MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
-    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
+MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_,
+                               std::unique_ptr<rec::RecordingReader> replay_)
+    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()),
+      replay(std::move(replay_)) {
     worker.setPrompts(prompts);
+    if (options.seconds > 0) worker.setRunLength(int64_t(options.seconds) * 1000000000);
     connect(&worker, &FusionWorker::isInit, this, [this] {
         if (ended) return;
         started = true;
-        std::cerr << "halden-cli: watching " << room.size() << " cameras for " << options.seconds << " s" << std::endl;
-        watchTimer.start(options.seconds * 1000);
+        if (options.seconds > 0)
+            std::cerr << "halden-cli: watching " << room.size() << " cameras for " << options.seconds << " s"
+                      << std::endl;
+        else
+            std::cerr << "halden-cli: watching " << room.size() << " cameras through " << options.replay << std::endl;
     });
     auto failed = [this] {
         if (ended || started) return;
@@ -29,14 +35,21 @@ MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfi
                     shiftMm);
         std::fflush(stdout);
     });
-    watchTimer.setSingleShot(true);
-    connect(&watchTimer, &QTimer::timeout, this, [this] {
+    // On the worker's clock: a replay watches the same stretch of the recording every run.
+    connect(&worker, &FusionWorker::runEnded, this, [this] {
         if (moved == 0) std::printf("no camera moved\n");
         end(moved ? kCameraMoved : 0);
     });
 }
 
-void MonitorSession::start() { worker.setup(room, options.params); }
+void MonitorSession::start() {
+    if (!replay) {
+        worker.setup(room, options.params);
+        return;
+    }
+    worker.setupReplay(
+        std::make_unique<RecordedBodySource>(std::move(replay), roomFusionParameters().synchronization), room);
+}
 
 void MonitorSession::interrupt() {
     if (!ended) end(moved ? kCameraMoved : 0);
@@ -45,7 +58,6 @@ void MonitorSession::interrupt() {
 void MonitorSession::end(int status) {
     if (ended) return;
     ended = true;
-    watchTimer.stop();
     worker.close();
     QCoreApplication::exit(status);
 }

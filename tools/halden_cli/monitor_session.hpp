@@ -10,13 +10,16 @@
 
 #include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
+#include "fusion/recorded_source.hpp"
 #include "tools/halden_cli/cli_options.hpp"
 
 class MonitorSession : public QObject {
     Q_OBJECT
 
 public:
-    MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room);
+    // `replay`, when given, is an open recording watched instead of the room's cameras.
+    MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room,
+                   std::unique_ptr<rec::RecordingReader> replay = nullptr);
 
     // Starts the fusion; the session ends the event loop with 0 (nothing moved),
     // kCameraMoved, or kFusionNotStarted.
@@ -30,7 +33,7 @@ private:
     std::vector<lum::FusionConfiguration> room;
     std::shared_ptr<ConsolePrompts> prompts;
     FusionWorker worker;
-    QTimer watchTimer;
+    std::unique_ptr<rec::RecordingReader> replay;
     bool started = false;
     bool ended = false;
     int moved = 0;

@@ -51,7 +51,10 @@ std::string expandHome(const std::string& path) {
 }
 
 int checkOutputs(CliOptions& options, std::string& problem) {
-    options.output = expandHome(calibrationFileName(QString::fromStdString(options.output)));
+    // A recording keeps its name as given; a calibration gets ".json" when missing.
+    options.output = expandHome(options.command == CliOptions::Command::Record
+                                    ? options.output
+                                    : calibrationFileName(QString::fromStdString(options.output)));
     options.report = expandHome(options.report);
     if (!options.report.empty() &&
         identity(QString::fromStdString(options.output)) == identity(QString::fromStdString(options.report))) {

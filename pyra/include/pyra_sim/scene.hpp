@@ -48,7 +48,11 @@ struct CameraSettings {
     float maxDepth = 10.f;
     lum::BODY_FORMAT bodyFormat = lum::BODY_FORMAT::BODY_18;
     bool pluggedIn = true;     // listed by the USB device list of this computer
-    double phaseSeconds = -1;  // < 0: drawn from the seed
+    double phaseSeconds = -1;  // on the camera's own clock; < 0: drawn from the seed
+    // The camera's clock minus the true time when it is opened, and how fast it gains
+    // on the true time from then on (parts per million; negative: it loses).
+    double clockOffsetSeconds = 0.0;
+    double clockDriftPpm = 0.0;
     NoiseSettings noise;
     FaultSettings faults;
 };
@@ -94,8 +98,24 @@ bool allCamerasPluggedIn();
 // The camera as it stands `secondsSinceOpen` after it was opened (a knock moves it).
 CameraSettings cameraAt(const CameraSettings& camera, double secondsSinceOpen);
 
-// Clock phase of a camera in [0, 1/fps): frames are taken at phase + k / fps.
+// Clock phase of a camera in [0, 1/fps): frames are taken at phase + k / fps of its own clock.
 double cameraPhase(const Scene& scene, const CameraSettings& camera);
+
+// A camera's own clock, the one it stamps its captures with (nanoseconds since the epoch).
+class CameraClock {
+public:
+    CameraClock() = default;
+    // The clock of `camera` opened at the true time `openedAtNs`.
+    CameraClock(const CameraSettings& camera, uint64_t openedAtNs);
+    uint64_t stampOf(uint64_t trueNs) const;
+    // The true time at which the clock reads `stampNs`.
+    uint64_t trueTimeOf(uint64_t stampNs) const;
+
+private:
+    uint64_t referenceNs_ = 0;
+    double offsetNs_ = 0.0;
+    double rate_ = 1.0;  // camera seconds per true second
+};
 
 struct TrueBody {
     int id = 0;

@@ -161,6 +161,8 @@ void readCamera(FieldReader& in, const json& j, const std::string& path, CameraS
     else in.fail(path + "body_format", "must be 18, 34 or 38");
     in.boolean(j, "usb", path, c.pluggedIn);
     in.number(j, "phase_s", path, c.phaseSeconds, 0.0, 10.0);
+    in.number(j, "clock_offset_s", path, c.clockOffsetSeconds, -86400.0, 86400.0);
+    in.number(j, "clock_drift_ppm", path, c.clockDriftPpm, -1000.0, 1000.0);
     if (const json* n = in.object(j, "noise", path)) readNoise(in, *n, path + "noise.", c.noise);
     if (const json* f = in.object(j, "faults", path)) readFaults(in, *f, path + "faults.", c.faults);
 }
@@ -328,6 +330,21 @@ double cameraPhase(const Scene& scene, const CameraSettings& camera) {
     double period = 1.0 / camera.fps;
     if (camera.phaseSeconds >= 0) return std::fmod(camera.phaseSeconds, period);
     return HashRandom(hashKey({scene.seed, camera.serial, 0x5048415345ULL})).uniform(0.0, period);
+}
+
+CameraClock::CameraClock(const CameraSettings& camera, uint64_t openedAtNs)
+    : referenceNs_(openedAtNs), offsetNs_(camera.clockOffsetSeconds * 1e9), rate_(1.0 + camera.clockDriftPpm * 1e-6) {}
+
+// Differences from the reference stay below a few days, where a double still holds
+// nanoseconds exactly; whole times since the epoch would not fit.
+uint64_t CameraClock::stampOf(uint64_t trueNs) const {
+    const double since = double(int64_t(trueNs - referenceNs_));
+    return referenceNs_ + uint64_t(std::llround(offsetNs_ + since * rate_));
+}
+
+uint64_t CameraClock::trueTimeOf(uint64_t stampNs) const {
+    const double since = double(int64_t(stampNs - referenceNs_));
+    return referenceNs_ + uint64_t(std::llround((since - offsetNs_) / rate_));
 }
 
 }  // namespace pyra_sim

@@ -77,6 +77,7 @@ void Publisher::answerHandshakes() {
             hello_->send(parts[0], zmq::send_flags::sndmore);
             hello_->send(zmq::message_t(), zmq::send_flags::sndmore);
             hello_->send(zmq::buffer(helloReply_), zmq::send_flags::none);
+            greeted_ = true;
         } catch (const zmq::error_t& e) {
             // Only the end of the context stops the answering; any other failure concerns
             // one peer.

@@ -32,6 +32,8 @@ public:
     // Never blocks: a frame nobody can take is dropped, as a live camera would.
     void publish(const Frame& frame);
     uint64_t publishedCount() const { return published_; }
+    // True once a fusion has asked this sender who it is: its data socket listens by then.
+    bool greeted() const { return greeted_; }
 
 private:
     Publisher() = default;
@@ -46,6 +48,7 @@ private:
     std::string helloReply_;
     std::atomic<bool> stop_{false};
     std::atomic<uint64_t> published_{0};
+    std::atomic<bool> greeted_{false};
     std::thread helloThread_;
 };
 
