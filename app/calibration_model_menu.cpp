@@ -14,7 +14,7 @@ constexpr const char* kModelKey = "calibration/model";
 
 }  // namespace
 
-void installCalibrationModelMenu(QMainWindow& window, FusionWorker& worker) {
+QActionGroup* installCalibrationModelMenu(QMainWindow& window, FusionWorker& worker) {
     QMenu* menu = window.menuBar()->addMenu(QObject::tr("Calibration"));
     auto* group = new QActionGroup(menu);
     group->setExclusive(true);
@@ -37,4 +37,5 @@ void installCalibrationModelMenu(QMainWindow& window, FusionWorker& worker) {
         worker.setCalibrationModel(isClassic ? SkeletonMulticameraCalibration::Model::Classic
                                              : SkeletonMulticameraCalibration::Model::Refined);
     });
+    return group;
 }

@@ -15,6 +15,9 @@
 
 namespace {
 
+// How far past a threshold a camera that read Good may go before it reads Settling again.
+constexpr double kHoldMargin = 1.25;
+
 QColor colourOf(CameraReadiness readiness) {
     switch (readiness) {
         case CameraReadiness::NoData:
@@ -115,6 +118,7 @@ void CalibrationPanel::setRoomCameras(std::vector<int> serials) {
 
 void CalibrationPanel::clear() {
     report_ = CalibrationReport();
+    held_.clear();
     concluded_ = false;
     frames_ = 0;
     peopleLabel_->clear();
@@ -124,6 +128,13 @@ void CalibrationPanel::clear() {
 int CalibrationPanel::rowCount() const { return table_->rowCount(); }
 
 QString CalibrationPanel::summaryText() const { return summary_->text(); }
+
+std::vector<int> CalibrationPanel::camerasNotGood() const {
+    std::vector<int> serials;
+    for (std::size_t row = 0; row < rows_.size(); ++row)
+        if (readiness_[row] != CameraReadiness::Good) serials.push_back(rows_[row]);
+    return serials;
+}
 
 void CalibrationPanel::setConclusion(const QString& text) {
     concluded_ = true;
@@ -151,6 +162,7 @@ void CalibrationPanel::refresh() {
     for (const auto& camera : report_.cameras)
         if (known.insert(camera.camera).second) serials.push_back(camera.camera);
 
+    rows_ = serials;
     table_->setRowCount(static_cast<int>(serials.size()));
     readiness_.assign(serials.size(), CameraReadiness::NoData);
     int good = 0;
@@ -161,8 +173,17 @@ void CalibrationPanel::refresh() {
         const auto found = std::find_if(report_.cameras.begin(), report_.cameras.end(),
                                         [serial](const CameraCalibrationReport& c) { return c.camera == serial; });
         const CameraCalibrationReport* camera = found == report_.cameras.end() ? nullptr : &*found;
-        const CameraAssessment assessment = assessCamera(camera, report_);
+        ReadinessThresholds thresholds;
+        if (held_.count(serial)) {
+            thresholds.maximumRotationDeg *= kHoldMargin;
+            thresholds.maximumPositionMm *= kHoldMargin;
+        }
+        const CameraAssessment assessment = assessCamera(camera, report_, thresholds);
         readiness_[row] = assessment.readiness;
+        if (assessment.readiness == CameraReadiness::Good)
+            held_.insert(serial);
+        else
+            held_.erase(serial);
         if (assessment.readiness == CameraReadiness::Good) ++good;
         if (assessment.readiness == CameraReadiness::Moved) moved << QString::number(serial);
 

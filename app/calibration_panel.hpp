@@ -4,6 +4,7 @@
 
 #include <QFrame>
 
+#include <set>
 #include <vector>
 
 #include "calibration/body_association.hpp"
@@ -26,6 +27,9 @@ public:
     // The readiness shown for the room's camera in `row`.
     CameraReadiness readinessAt(int row) const { return readiness_.at(row); }
     QString summaryText() const;
+    // The cameras listed whose state is not Good, and whether the last solve was usable.
+    std::vector<int> camerasNotGood() const;
+    bool hasUsableReport() const { return report_.usable; }
     // Replaces the advice once the calibration is over: where its result went.
     void setConclusion(const QString& text);
 
@@ -39,7 +43,11 @@ private:
 
     std::vector<int> roomCameras_;
     CalibrationReport report_;
+    std::vector<int> rows_;
     std::vector<CameraReadiness> readiness_;
+    // Cameras that read Good since the last clear(): they keep it within a margin, so a
+    // figure wobbling about a threshold does not flicker the state.
+    std::set<int> held_;
     int frames_ = 0;
     bool concluded_ = false;
     QLabel* summary_ = nullptr;

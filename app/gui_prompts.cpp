@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QThread>
 
+#include <algorithm>
 #include <atomic>
 
 #include "style/style.hpp"
@@ -141,9 +142,14 @@ QString GuiPrompts::askOpenFileName(const QString& title, const QString& directo
 std::optional<QString> GuiPrompts::askText(const QString& title, const QString& label, const QString& initial) {
     std::optional<QString> answer;
     onGui([&] {
-        bool ok = false;
-        const QString text = QInputDialog::getText(dialogParent_, title, label, QLineEdit::Normal, initial, &ok);
-        if (ok) answer = text;
+        QInputDialog dialog(dialogParent_);
+        dialog.setWindowTitle(title);
+        dialog.setLabelText(label);
+        dialog.setTextValue(initial);
+        // Wide enough for a whole address: the default box shows about twenty characters.
+        dialog.resize(std::max(dialog.sizeHint().width(), dialog.fontMetrics().averageCharWidth() * 60),
+                      dialog.sizeHint().height());
+        if (dialog.exec() == QDialog::Accepted) answer = dialog.textValue();
     });
     return answer;
 }

@@ -5,6 +5,7 @@
 #include <QMainWindow>
 #include <QTimer>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,6 +22,7 @@ class MainWindow;
 }
 
 class GuiPrompts;
+class QActionGroup;
 class QLabel;
 class UserPrompts;
 class WSCreator;
@@ -50,6 +52,9 @@ public slots:
     void makeCalibrationPossible(bool possible);
     // Asks where to save the last calibration and writes it; false when nothing was saved.
     bool saveCalibration();
+    // A camera no longer agrees with the others: said once, and the status keeps naming it
+    // until the room is calibrated again or replaced.
+    void onCameraMoved(int serial, double rotationDeg, double shiftMm);
 
 private slots:
     void on_odom_check_toggled(bool checked);
@@ -58,25 +63,35 @@ private slots:
     void on_check_rawdata_toggled(bool checked);
     void on_calibration_button_released();
     void onCalibrationConcluded(std::vector<lum::FusionConfiguration> calibrated);
-    void onCalibrationStored(QString outcome);
+    void onCalibrationStored(QString outcome, bool stored);
     void onCalibrationReport(CalibrationReport report);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
-    // With a room running, the window goes at once and closes once the room has stopped.
+    // With a room running, the window goes at once and closes once the room has stopped. A
+    // walk under way is only thrown away when the user agrees, and a calibration being
+    // stored in a hub workspace is waited for (closing again stops waiting).
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    // Where the calibration button stands. `Concluding` lasts from Finish until the last
-    // solve has landed, off the GUI thread.
-    enum class CalibrationStep { Unavailable, Idle, Collecting, Concluding };
+    // Where the calibration button stands. `Starting` lasts until the worker has emptied
+    // its store, `Concluding` from Finish until the last solve has landed, both off the
+    // GUI thread.
+    enum class CalibrationStep { Unavailable, Idle, Starting, Collecting, Concluding };
 
     void setCalibrationStep(CalibrationStep step);
     // Stops the running room off the GUI thread; `start` then sets up the next one.
     void stopRoom();
     void replaceRoom(std::function<void()> start);
     void beginCalibration();
+    void onCalibrationStarted(int room, bool started);
+    // False when the user chose to keep walking rather than save cameras that are not Good.
+    bool agreesToSaveWhatIsNotGood();
     void concludeCalibration();
+    // Runs `action` on the GUI thread, unless the room live when this was called has gone
+    // (stopped or replaced) by then: a stopping room's late signals never reach the next.
+    void forLiveRoom(std::function<void()> action);
+    void showStatus();
     void keepUnsavedCalibration(const QString& why);
     void showUncalibratedNote(bool show);
     void styleWidgets();
@@ -97,11 +112,24 @@ private:
     CalibrationStep step = CalibrationStep::Unavailable;
     // Clicks on the calibration button wait for this, so a double-click is one click.
     QTimer settling;
-    std::thread concluder;
+    // Starts or concludes a calibration off the GUI thread; one call at a time.
+    std::thread calibrationCall;
+    QActionGroup* modelChoice = nullptr;
+    // The room whose signals the window takes: a number given when a room starts, 0 while
+    // none runs or one is stopping. Read by worker threads as they emit.
+    std::atomic<int> liveRoom{0};
+    int roomsStarted = 0;
+    QString lastStatus;
+    bool viewerDataPending = false;
+    std::vector<int> movedCameras;
     std::vector<lum::FusionConfiguration> lastCalibration;
+    // The cameras of the room set up last, as the set-up dialog listed them.
+    std::vector<lum::FusionConfiguration> runningRoom;
     bool roomCalibrated = false;
     // A room was set up and has not been stopped since.
     bool roomOpen = false;
     // Closing was asked while the last solve landed: the window closes after saving.
     bool closeRequested = false;
+    // Closing was asked while a calibration was being stored in a hub workspace.
+    bool closeAfterUpload = false;
 };

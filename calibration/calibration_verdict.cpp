@@ -14,6 +14,9 @@ std::string format(const char* pattern, double a, double b) {
     return text;
 }
 
+// Up to the next step of 1 / `steps`; the slack keeps a value that is exactly on a step there.
+double roundedUp(double value, double steps) { return std::ceil(value * steps - 1e-9) / steps; }
+
 // The neighbour this camera shares the most (or, for spreading the walk, the fewest) frames with.
 int neighbour(const CameraCalibrationReport& camera, bool most) {
     int chosen = 0, chosenFrames = most ? -1 : 1 << 30;
@@ -80,7 +83,8 @@ CameraAssessment assessCamera(const CameraCalibrationReport* camera, const Calib
                 "Its uncertainty is not known yet: keep walking where " + id + " and " + partner + " both see you."};
 
     const double rotation = 2.0 * u.rotationSigmaDeg, position = 2.0 * u.positionSigmaMm;
-    const std::string figures = format("±%.2f° / %.0f mm at 2σ", rotation, position);
+    // Rounded up: 10.4 mm shown as "10 mm" beside "10 mm needed" would read as a pass.
+    const std::string figures = format("±%.2f° / %.0f mm at 2σ", roundedUp(rotation, 100.0), roundedUp(position, 1.0));
     if (rotation <= t.maximumRotationDeg && position <= t.maximumPositionMm)
         return {CameraReadiness::Good, "Well placed: " + figures + "."};
     const std::string needed = format(", %.1f° / %.0f mm needed", t.maximumRotationDeg, t.maximumPositionMm);

@@ -32,8 +32,8 @@ void CalibrationRunner::start(const SkeletonMulticameraCalibration& store) {
     }
     join();
     auto snapshot = std::make_unique<SkeletonMulticameraCalibration>(store);
-    thread = std::thread([this, snapshot = std::move(snapshot)]() mutable {
-        lowerThisThreadPriority();
+    thread = std::thread([this, low = lowPriority, snapshot = std::move(snapshot)]() mutable {
+        if (low) lowerThisThreadPriority();
         SolvedCalibration solved{std::move(snapshot), false, {}};
         solved.usable = solved.calibration->calibrate();
         solved.report = makeCalibrationReport(*solved.calibration);

@@ -25,6 +25,9 @@ public:
     CalibrationRunner(const CalibrationRunner&) = delete;
     CalibrationRunner& operator=(const CalibrationRunner&) = delete;
 
+    // Whether solves run at a lower scheduling priority (the default: a live view keeps its
+    // cores). A caller that waits for each solve anyway wants it at full speed.
+    void setLowPriority(bool low) { lowPriority = low; }
     // True from start() until the result has been taken.
     bool busy() const;
     // Copies the store (on the caller's thread) and solves the copy on the solver thread.
@@ -42,6 +45,7 @@ private:
     std::condition_variable finished;
     std::thread thread;
     bool solving = false;
+    bool lowPriority = true;
     std::optional<SolvedCalibration> result;
 };
 

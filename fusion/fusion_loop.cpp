@@ -191,6 +191,7 @@ void FusionWorker::collectSkeletons() {
     // One solve at a time; when one is still running the next starts as soon as it lands.
     if (progress > 1.0f && !solver.busy()) {
         calibration.framesAtLastCalibration = frames;
+        solver.setLowPriority(!clock->followsCaptures());
         solver.start(calibration);
         // On capture time the next set waits for this solve, so that it lands at the same
         // point of every run.
@@ -361,6 +362,13 @@ std::vector<int> FusionWorker::runningCameras() const {
     std::lock_guard<std::mutex> lock(workerMutex);
     std::vector<int> serials;
     for (const lum::CameraIdentifier& camera : subscribedCameras) serials.push_back(static_cast<int>(camera.sn));
+    return serials;
+}
+
+std::vector<int> FusionWorker::watchedCameras() const {
+    std::lock_guard<std::mutex> lock(workerMutex);
+    std::vector<int> serials;
+    for (const auto& [serial, change] : driftMonitor.latestChange()) serials.push_back(serial);
     return serials;
 }
 

@@ -5,7 +5,10 @@
 #include <QCoreApplication>
 
 #include <iostream>
+#include <algorithm>
+#include <atomic>
 #include <set>
+#include <thread>
 
 #include "core/console_log.hpp"
 #include "core/console_prompts.hpp"
@@ -222,6 +225,31 @@ void FusionWorker::waitUntilHidden(const PromptMessage& message) {
     }
 }
 
+// Every handshake waits up to two seconds for a sender that may never answer; one after
+// another, ten absent cameras took twenty seconds and a thousand half an hour. They run
+// side by side, so the whole room waits about as long as its slowest camera.
+std::vector<lum::FUSION_ERROR_CODE> FusionWorker::subscribeAll(const std::set<int>& skipped) {
+    constexpr size_t kParallelHandshakes = 128;
+    std::vector<lum::FUSION_ERROR_CODE> results(configurations.size(), lum::FUSION_ERROR_CODE::FAILURE);
+    std::atomic<size_t> next{0};
+    const std::shared_ptr<lum::Fusion> room = fusion;
+    auto subscribeNext = [&] {
+        for (size_t i = next++; i < configurations.size(); i = next++) {
+            const lum::FusionConfiguration& configuration = configurations[i];
+            if (skipped.count(configuration.serial_number) || stopRequested) continue;
+            results[i] = room->subscribe(lum::CameraIdentifier(static_cast<uint64_t>(configuration.serial_number)),
+                                           configuration.communication_parameters, configuration.pose,
+                                           configuration.override_gravity);
+        }
+    };
+    std::vector<std::thread> handshakes;
+    const size_t threads = std::min(kParallelHandshakes, configurations.size());
+    for (size_t t = 1; t < threads; ++t) handshakes.emplace_back(subscribeNext);
+    subscribeNext();
+    for (std::thread& handshake : handshakes) handshake.join();
+    return results;
+}
+
 // Never a modal box here: close() on the GUI thread may be waiting for this thread, and a
 // box that needs the GUI thread to return would hold both forever.
 bool FusionWorker::startUp() {
@@ -310,12 +338,12 @@ bool FusionWorker::startUp() {
     emit clearData();
 
     QStringList subscribeFailures;
-    for (const lum::FusionConfiguration& configuration : configurations) {
-        const int serial = configuration.serial_number;
+    const std::vector<lum::FUSION_ERROR_CODE> results = subscribeAll(failed);
+    for (size_t i = 0; i < configurations.size(); ++i) {
+        const int serial = configurations[i].serial_number;
         if (failed.count(serial)) continue;
         const lum::CameraIdentifier camera(static_cast<uint64_t>(serial));
-        const lum::FUSION_ERROR_CODE subscribed = fusion->subscribe(camera, configuration.communication_parameters,
-                                                                    configuration.pose, configuration.override_gravity);
+        const lum::FUSION_ERROR_CODE subscribed = results[i];
         if (subscribed == lum::FUSION_ERROR_CODE::SUCCESS) {
             std::lock_guard<std::mutex> lock(workerMutex);
             subscribedCameras.push_back(camera);

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -109,6 +110,9 @@ public:
     // keypoints the calibration refused so far: what a caller needs to say what was left out.
     std::vector<int> savedCameras() const;
     std::vector<int> runningCameras() const;
+    // Cameras the drift watch has judged since the room settled; one missing here has not
+    // been seen long enough, with people in view, for "it did not move" to mean anything.
+    std::vector<int> watchedCameras() const;
     calib::KeypointDrops droppedKeypoints() const;
     LoopTiming loopTiming() const;
     void resetLoopTiming();
@@ -143,6 +147,9 @@ protected:
 
 private:
     bool startUp();
+    // Subscribes the fusion to every camera of the room but `skipped`, handshakes side by
+    // side; the result of each, in the order of `configurations`.
+    std::vector<lum::FUSION_ERROR_CODE> subscribeAll(const std::set<int>& skipped);
     void steadyLoop();
     void processFrame();
     void collectSkeletons();

@@ -48,6 +48,8 @@ public:
     // Where the empty-address warning goes; nullptr (the default) writes it to the console.
     // The connector does not take ownership.
     void setPrompts(UserPrompts* prompts);
+    // A request under way gives up soon after `*cancel` turns true (see QtRestRequester).
+    void setCancelFlag(const std::atomic<bool>* cancel) { requester_->setCancelFlag(cancel); }
 
     // The access token, or an empty text on any failure. Uses neither the object's token nor
     // its workspace headers, so it may be called on a connector made with an empty token.

@@ -1,12 +1,13 @@
-// Sends one HTTP request through Qt and waits for it by pumping the event loop, so callers on
-// the GUI thread get a synchronous answer without freezing the window.
+// Sends one HTTP request through Qt and waits for its reply in a local event loop of the
+// calling thread, giving up when the wait runs out or the caller cancels.
 #include "hub/rest_requester.hpp"
 
-#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QThread>
+#include <QTimer>
 #include <QUrl>
 
 #include <atomic>
@@ -42,10 +43,21 @@ QNetworkReply* QtRestRequester::performRequest(REST_VERB verb, const QString& ur
     }
 
     const int override = waitRoundsOverride;
-    const int rounds = override > 0 ? override : kWaitRounds;
-    for (int round = 0; round < rounds && !reply->isFinished(); ++round) {
-        QThread::msleep(kWaitRoundMs);
-        QCoreApplication::processEvents();
+    const qint64 limitMs = qint64(override > 0 ? override : kWaitRounds) * kWaitRoundMs;
+    if (!reply->isFinished()) {
+        QEventLoop loop;
+        QElapsedTimer waited;
+        waited.start();
+        QTimer poll;
+        poll.setInterval(kWaitRoundMs);
+        connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (waited.elapsed() >= limitMs || (cancel_ && *cancel_)) loop.quit();
+        });
+        poll.start();
+        loop.exec();
     }
+    // A cancelled request must not land later on a connection nobody reads any more.
+    if (!reply->isFinished() && cancel_ && *cancel_) reply->abort();
     return reply;
 }

@@ -1,11 +1,13 @@
-// A thin synchronous HTTP request helper: sends one request and pumps the event loop by hand
-// until the reply is finished or the wait runs out, so GUI-thread callers stay responsive.
+// A thin synchronous HTTP request helper: sends one request and waits for its reply in a
+// local event loop of the calling thread; the room set-up dialog calls it off the GUI thread.
 #pragma once
 
 #include <QByteArray>
 #include <QList>
 #include <QObject>
 #include <QString>
+
+#include <atomic>
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -33,6 +35,11 @@ public:
     static constexpr int kWaitRoundMs = 5;
     static void setWaitRoundsForTesting(int rounds);
 
+    // A request under way gives up (its reply aborted) soon after `*cancel` turns true. The
+    // flag must outlive the requester; nullptr (the default) never cancels.
+    void setCancelFlag(const std::atomic<bool>* cancel) { cancel_ = cancel; }
+
 private:
     QNetworkAccessManager* manager_;
+    const std::atomic<bool>* cancel_ = nullptr;
 };

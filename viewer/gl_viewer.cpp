@@ -5,8 +5,10 @@
 #include <QFile>
 #include <QMatrix4x4>
 #include <QOpenGLContext>
+#include <QFontMetrics>
 #include <QPainter>
 #include <QSurfaceFormat>
+#include <QVector4D>
 
 #include <malloc.h>
 
@@ -228,18 +230,53 @@ void GlViewer::paintGL() {
     fusedSkeletons->draw();
     instanceProgram->release();
     glDisable(GL_DEPTH_TEST);
+    placeCameraLabels(vp);
     printText();
 }
 
+void GlViewer::placeCameraLabels(const QMatrix4x4& viewProjection) {
+    labels.clear();
+    for (const auto& [number, data] : cameras) {
+        const lum::Translation at = lum::Transform(data.pose).getTranslation();
+        const QVector4D clip = viewProjection * QVector4D(at.x, at.y, at.z, 1.f);
+        if (clip.w() <= 0.f) continue;  // behind the viewpoint
+        const float x = clip.x() / clip.w(), y = clip.y() / clip.w();
+        if (std::abs(x) > 1.f || std::abs(y) > 1.f) continue;
+        const lum::Vector4f c = cameraColors.getDistinct(number);
+        labels.push_back({number, QPointF((x + 1.f) * 0.5f * width(), (1.f - y) * 0.5f * height()),
+                          QColor::fromRgbF(c.x, c.y, c.z)});
+    }
+}
+
 void GlViewer::printText() {
-    if (metricsText.empty() || !SharedData::getInstance().showMetrics.load()) return;
+    const bool showMetrics = !metricsText.empty() && SharedData::getInstance().showMetrics.load();
+    if (labels.empty() && !showMetrics) return;
     QPainter painter(this);
     painter.setRenderHint(QPainter::TextAntialiasing);
     QFont font = painter.font();
     font.setPointSize(9);
+    font.setBold(true);
     painter.setFont(font);
+    // On a dark plate, so a label stays legible over skeletons and the floor rings.
+    for (const CameraLabel& label : labels) {
+        const QString text = QString::number(label.camera);
+        QRectF box = painter.fontMetrics().boundingRect(text);
+        box.moveTopLeft(label.position + QPointF(8, -box.height() - 4));
+        box.adjust(-3, -1, 3, 1);
+        painter.fillRect(box, QColor(0, 0, 0, 150));
+        painter.setPen(label.colour);
+        painter.drawText(box, Qt::AlignCenter, text);
+    }
+    if (!showMetrics) return;
+    font.setBold(false);
+    painter.setFont(font);
+    // Long lines are cut at the view's edge with an ellipsis rather than running under
+    // whatever stands beside the view.
+    const QFontMetrics metrics(font);
     for (const ObjectClassName& line : metricsText) {
         painter.setPen(QColor::fromRgbF(line.color.x, line.color.y, line.color.z, line.color.w));
-        painter.drawText(QPointF(line.position.x, line.position.y), QString::fromStdString(line.name));
+        const QString text = metrics.elidedText(QString::fromStdString(line.name), Qt::ElideRight,
+                                                int(width() - line.position.x - 8));
+        painter.drawText(QPointF(line.position.x, line.position.y), text);
     }
 }

@@ -2,7 +2,9 @@
 // camera models, fused and raw skeletons, fused maps, metrics text) and draws them.
 #pragma once
 
+#include <QColor>
 #include <QMetaObject>
+#include <QPointF>
 #include <QOpenGLFunctions_3_3_Core>
 #include <QOpenGLShaderProgram>
 #include <QOpenGLWidget>
@@ -13,6 +15,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "core/shared_records.hpp"
@@ -53,6 +56,13 @@ struct CameraData {
     lum::Matrix4f pose;
 };
 
+// A camera's serial number as drawn beside its model, in the model's colour.
+struct CameraLabel {
+    int camera = 0;
+    QPointF position;  // widget pixels
+    QColor colour;
+};
+
 class GlViewer : public QOpenGLWidget, protected QOpenGLFunctions_3_3_Core {
     Q_OBJECT
 
@@ -70,6 +80,8 @@ public:
     PaletteGenerator& cameraPalette() { return cameraColors; }
     size_t cameraCount() const { return cameras.size(); }
     const std::vector<ObjectClassName>& overlayLines() const { return metricsText; }
+    // The camera labels of the last frame drawn.
+    const std::vector<CameraLabel>& cameraLabels() const { return labels; }
     // The pose a camera model is drawn at; identity for an unknown camera.
     lum::Matrix4f cameraPose(int cameraNumber) const;
 
@@ -78,6 +90,11 @@ public:
     void ResetPosition();
     void setFollowScene(bool follow) { followScene = follow; }
     bool followsScene() const { return followScene; }
+
+    // Whether something drawn changed since the last call: the owner's repaint timer asks,
+    // so a still scene costs no frames and a busy one at most one per tick.
+    bool takePendingRedraw() { return std::exchange(redrawPending, false); }
+    void scheduleRedraw() { redrawPending = true; }
 
 public slots:
     // Refreshes from SharedData, skipping every group whose lock is busy.
@@ -102,6 +119,7 @@ private:
     std::unique_ptr<Simple3DObject> createCamera(int cameraNumber, const lum::Vector4f& colour);
     void buildRings();
     void printText();
+    void placeCameraLabels(const QMatrix4x4& viewProjection);
     void rotateCamera();
     void translateCamera();
     // Frames everything seen since the last start view; `restart` forgets it first.
@@ -134,6 +152,7 @@ private:
     PaletteGenerator cameraColors;
     std::mutex dataMutex;
     std::vector<ObjectClassName> metricsText;
+    std::vector<CameraLabel> labels;
 
     // Fused keypoints of the current people, kept for framing.
     std::vector<lum::Vector3f> bodyPoints;
@@ -146,4 +165,5 @@ private:
     lum::Vector2f previousMouseMotion;
     lum::Vector2f mouseMotion;
     QMetaObject::Connection contextConnection;
+    bool redrawPending = true;
 };

@@ -82,11 +82,13 @@ void GlViewer::mouseMoveEvent(QMouseEvent* event) {
         mouseMotion = {(current.x - previousMouseMotion.x) / 5.f, (current.y - previousMouseMotion.y) / 5.f};
         rotateCamera();
         previousMouseMotion = current;
+        update();
     }
     if (event->buttons() & Qt::RightButton) {
         mouseMotion = {(current.x - previousMouseMotion.x) / 10.f, (current.y - previousMouseMotion.y) / 10.f};
         translateCamera();
         previousMouseMotion = current;
+        update();
     }
 }
 
@@ -94,6 +96,7 @@ void GlViewer::wheelEvent(QWheelEvent* event) {
     followScene = false;
     const int steps = event->angleDelta().y() / 8;
     camera_.translate(lum::Translation(camera_.getForward() * (-float(steps) * 0.01f)));
+    update();
 }
 
 void GlViewer::keyPressEvent(QKeyEvent* event) {
@@ -105,8 +108,9 @@ void GlViewer::keyPressEvent(QKeyEvent* event) {
         case Qt::Key_R: ResetPosition(); break;
         case Qt::Key_T: setViewpoint({0.f, 1.5f, -0.8f}, {0.f, -1.4f, -1.5f}, {0.f, 0.f, 4.f}); break;
         case Qt::Key_O: setViewpoint({0.f, 0.f, 0.f}, {0.f, 0.f, -1.f}, {0.f, 0.f, 1.f}); break;
-        default: QOpenGLWidget::keyPressEvent(event); break;
+        default: QOpenGLWidget::keyPressEvent(event); return;
     }
+    update();
 }
 
 void GlViewer::rotateCamera() {

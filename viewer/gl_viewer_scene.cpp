@@ -73,6 +73,7 @@ void GlViewer::updateData() {
         for (const auto& entry : tracking.poses)
             updateCamera(int(entry.first.sn), entry.second, tracking.transforms[entry.first]);
     if (followScene) frameScene(false);
+    redrawPending = true;
 }
 
 void GlViewer::updateSkeletons(SkeletonData& data) {
@@ -89,7 +90,7 @@ void GlViewer::updateSkeletons(SkeletonData& data) {
     if (!data.showRawData) return;
     for (const auto& entry : data.cameraBodies) {
         const int cameraNumber = int(entry.first.sn);
-        const lum::Vector4f colour = cameraColors.get(cameraNumber);
+        const lum::Vector4f colour = cameraColors.getDistinct(cameraNumber);
         auto& object = rawSkeletons[cameraNumber];
         if (!object) object = std::make_unique<SkeletonInstances>();
         object->clear();
@@ -110,7 +111,7 @@ void GlViewer::updateMetrics(MetricsData& data) {
                     milliseconds(stats.delta_ts) + " / " + "Publisher: " + milliseconds(stats.received_latency) +
                     " / " + milliseconds(stats.synced_latency);
         line.position = lum::Vector3f(10.f, y, 0.f);
-        line.color = stats.is_present ? cameraColors.get(int(entry.first.sn)) : lum::Vector4f(0.6f, 0.6f, 0.6f, 1.f);
+        line.color = stats.is_present ? cameraColors.getDistinct(int(entry.first.sn)) : lum::Vector4f(0.6f, 0.6f, 0.6f, 1.f);
         metricsText.push_back(line);
         y += lineHeight;
     }
@@ -124,7 +125,7 @@ void GlViewer::updateMetrics(MetricsData& data) {
 
 void GlViewer::updateCamera(int cameraNumber, const lum::Transform& pose, const lum::Transform& placement) {
     CameraData& data = cameras[cameraNumber];
-    if (!data.model) data.model = createCamera(cameraNumber, cameraColors.get(cameraNumber));
+    if (!data.model) data.model = createCamera(cameraNumber, cameraColors.getDistinct(cameraNumber));
     // A calibrated placement is a pose in the room of its own: while a calibration runs
     // the camera's pose is held at identity, and once it is saved both agree. Composing
     // them would count the calibration twice.
@@ -190,4 +191,5 @@ void GlViewer::reset() {
     }
     if (context()) doneCurrent();
     ResetPosition();
+    redrawPending = true;
 }

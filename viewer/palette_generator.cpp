@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -62,4 +63,27 @@ void PaletteGenerator::generateNew(int id) {
         if (best >= 50.f) break;
     }
     colors[id] = candidate;
+}
+
+lum::Vector4f PaletteGenerator::getDistinct(int id) {
+    if (colors.find(id) == colors.end()) {
+        // Bounded: with many ids no draw may reach the goal, and the furthest one is kept.
+        constexpr int kDraws = 64;
+        constexpr float kEnough = 40.f;
+        const bool odd = colors.size() % 2 == 1;
+        QColor chosen;
+        float chosenDistance = -1.f;
+        for (int draw = 0; draw < kDraws && chosenDistance < kEnough; ++draw) {
+            const QColor candidate =
+                QColor::fromHsvF(double(distribution(rng)) / 100.0, odd ? 0.8 : 0.95, odd ? 0.7 : 0.95, 1.0);
+            float nearest = colors.empty() ? kEnough : std::numeric_limits<float>::max();
+            for (const auto& entry : colors) nearest = std::min(nearest, deltaE(entry.second, candidate));
+            if (nearest > chosenDistance) {
+                chosen = candidate;
+                chosenDistance = nearest;
+            }
+        }
+        colors[id] = chosen;
+    }
+    return get(id);
 }

@@ -17,6 +17,9 @@ public:
     // Red, green, blue, alpha in 0..1; a new id gets its colour on first use.
     lum::Vector4f get(int id);
     void generateNew(int id);
+    // Like get(), but a new id's colour is the one of many draws that stands furthest from
+    // every colour already given: for the few ids a user must tell apart (the cameras).
+    lum::Vector4f getDistinct(int id);
     void clear() { colors.clear(); }
     size_t size() const { return colors.size(); }
 

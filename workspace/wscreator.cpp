@@ -23,7 +23,8 @@
 namespace {
 
 const char* const kNoValidCamerasText =
-    "Please make sure that cameras are connected to your workspace via USB ports or through Pyra Hub applications.";
+    "There are no cameras to start with yet. Search for the cameras plugged into this computer over USB, add "
+    "network cameras by serial number and address, or take them from a Pyra Hub workspace.";
 
 // Dialog-only touches on top of the application's style sheet.
 const char* const kDialogSheet = R"(
@@ -60,7 +61,8 @@ WSCreator::WSCreator(QWidget* parent, UserPrompts* prompts)
         button->setAutoDefault(false);
         button->setDefault(false);
     }
-    for (QPushButton* secondary : {ui_->close_button, ui_->network_clear_button, ui_->hub_url_button})
+    for (QPushButton* secondary :
+         {ui_->close_button, ui_->network_clear_button, ui_->hub_url_button, ui_->hub_cancel_button})
         secondary->setFlat(true);
     customStyle_ = new CustomStyle();
     customStyle_->setParent(this);
@@ -82,6 +84,8 @@ WSCreator::WSCreator(QWidget* parent, UserPrompts* prompts)
 
     connect(ui_->usb_discover_button, &QPushButton::clicked, this, &WSCreator::onUsbDiscoverButtonClicked);
     connect(ui_->close_button, &QPushButton::clicked, this, &WSCreator::onCloseButtonClicked);
+    connect(hubTask_.get(), &HubTask::busyChanged, this, &WSCreator::updateHubControls);
+    connect(ui_->hub_cancel_button, &QPushButton::clicked, hubTask_.get(), &HubTask::cancel);
     connect(ui_->hub_calib_button, &QPushButton::clicked, this, &WSCreator::onRetrieveCalibrationFromWorkspaceClicked);
     connect(ui_->workspace_combo, qOverload<int>(&QComboBox::currentIndexChanged), this,
             &WSCreator::on_workspaceSelectionChanged);
@@ -135,6 +139,22 @@ void WSCreator::clearUi() {
     showCameraArea(false);
     ui_->hub_progress->hide();
     ui_->hub_url_button->setVisible(qEnvironmentVariableIsSet("LUM_HUB_CUSTOM_TENANT"));
+}
+
+void WSCreator::showRunningRoom(const std::vector<lum::FusionConfiguration>& configurations) {
+    if (configurations.empty()) return;
+    clearCameras();
+    usbConfigurations_ = configurations;
+    for (const lum::FusionConfiguration& camera : configurations) {
+        const auto& network = camera.communication_parameters;
+        const QString where = network.getType() == lum::COMM_TYPE::SHARED_MEMORY
+                                  ? tr("USB, this computer")
+                                  : QString::fromStdString(network.getIpAddress()) + ":" +
+                                        QString::number(network.getPort());
+        addCameraLine(tr("SN%1 - %2").arg(camera.serial_number).arg(where), tr("Running now"));
+    }
+    sourceKind_ = SOURCE_RUNNING;
+    showCameraArea(true);
 }
 
 void WSCreator::on_horizontalSlider_valueChanged(int value) {
@@ -257,6 +277,7 @@ void WSCreator::clean_network() {
 void WSCreator::on_create_toolButton_released() {
     emit stopFusionWorker();
     switch (sourceKind_) {
+    case SOURCE_RUNNING:
     case SOURCE_USB: {
         // A copy: receivers may clear the dialog while the signal is still being delivered.
         const std::vector<lum::FusionConfiguration> configurations = usbConfigurations_;

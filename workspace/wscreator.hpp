@@ -13,6 +13,7 @@
 #include "core/shared_records.hpp"
 #include "hub/hub_connector.hpp"
 #include "lum/lum.hpp"
+#include "workspace/hub_task.hpp"
 
 namespace Ui {
 class WSCreator;
@@ -26,7 +27,8 @@ class WSCreator : public QDialog {
 
 public:
     // Which list "create" hands over.
-    enum SourceKind : int { SOURCE_USB = 0, SOURCE_HUB = 1, SOURCE_MANUAL = 2, SOURCE_NONE = 3 };
+    // SOURCE_RUNNING: the cameras of the room running now, listed when the dialog reopens.
+    enum SourceKind : int { SOURCE_USB = 0, SOURCE_HUB = 1, SOURCE_MANUAL = 2, SOURCE_NONE = 3, SOURCE_RUNNING = 4 };
 
     // Messages, file choosers and the tenant question go through `prompts`; without one
     // they go to the console. The dialog does not take ownership.
@@ -42,9 +44,21 @@ public:
     // selected workspace survive, so a calibration made afterwards is still pushed.
     void clearUi();
 
+    // Lists the cameras of the room running now, so a user reopening the dialog sees what
+    // runs; "create" starts that room again until another source is chosen.
+    void showRunningRoom(const std::vector<lum::FusionConfiguration>& configurations);
+
     int sourceKind() const { return sourceKind_; }
     QString selectedWorkspaceId() const { return workspaceId_; }
     QString tenantAddress() const { return tenant_; }
+
+    // A hub request (sign-in, workspaces, devices, ports) is under way; the dialog's buttons
+    // that start another are off meanwhile.
+    bool hubRequestUnderway() const;
+    // A calibration is being stored in a workspace.
+    bool uploadUnderway() const;
+    // Stops waiting for the calibration being stored, and says so through calibrationStored.
+    void cancelUpload();
 
     // After a successful sign-in: opens the hub session and lists the workspaces.
     void on_connectionSuccess(const QString& token);
@@ -57,7 +71,7 @@ signals:
     void selfClose();
     void stopFusionWorker();
     // After a calibration was pushed to the hub: where it went, or why it did not.
-    void calibrationStored(QString outcome);
+    void calibrationStored(QString outcome, bool stored);
 
 public slots:
     // Stores a finished calibration in the selected hub workspace, once, on a thread of its
@@ -85,8 +99,6 @@ protected:
     void reject() override;
 
 private:
-    class HubBusy;
-
     UserPrompts& prompts() const;
     void check_manual_network_validity();
     void clean_network();
@@ -102,6 +114,8 @@ private:
     void updateHubControls();
     void forgetWorkspaceChoice();
     void createFromHub();
+    void startHubRequest(const QString& token, HubTask::Request request);
+    void takePublishingCameras(const std::vector<QString>& deviceIds, const std::vector<int>& ports);
     // Keeps the local copy of a workspace's user data in step with what the hub accepted.
     void rememberCalibration(const QString& workspaceId, const nlohmann::json& document);
 
@@ -121,6 +135,8 @@ private:
     // Cameras taken from a stored calibration; the live ones stay with their devices.
     std::vector<lum::FusionConfiguration> storedCalibration_;
     bool hubFromStoredCalibration_ = false;
-    // Hub requests pump the event loop; this counts the ones under way so nothing starts a second.
-    int hubBusy_ = 0;
+    QString uploadWorkspaceName_;
+    // Last, so their threads are joined before anything they report to goes.
+    std::unique_ptr<HubTask> hubTask_ = std::make_unique<HubTask>();
+    std::unique_ptr<HubTask> uploadTask_ = std::make_unique<HubTask>();
 };

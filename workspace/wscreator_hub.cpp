@@ -4,13 +4,10 @@
 
 #include "ui_wscreator.h"
 
-#include <QApplication>
 #include <QDebug>
 #include <QListWidgetItem>
 #include <QSettings>
-#include <QThread>
 
-#include <atomic>
 #include <iostream>
 
 #include "core/user_prompts.hpp"
@@ -22,36 +19,14 @@ namespace {
 constexpr int kDevicePublishing = 1;
 }  // namespace
 
-// Disables everything that starts a request while one is under way; the requester pumps
-// events, so without this a second click would start a second request.
-class WSCreator::HubBusy {
-public:
-    explicit HubBusy(WSCreator& dialog) : dialog_(dialog) {
-        if (dialog_.hubBusy_++ == 0) {
-            dialog_.updateHubControls();
-            QApplication::setOverrideCursor(Qt::BusyCursor);
-        }
-    }
-    ~HubBusy() {
-        if (--dialog_.hubBusy_ == 0) {
-            QApplication::restoreOverrideCursor();
-            dialog_.updateHubControls();
-        }
-    }
-    HubBusy(const HubBusy&) = delete;
-    HubBusy& operator=(const HubBusy&) = delete;
-
-private:
-    WSCreator& dialog_;
-};
-
 void WSCreator::updateHubControls() {
-    const bool idle = hubBusy_ == 0;
+    const bool idle = !hubTask_->busy();
     const auto workspace = workspaces_.find(workspaceId_);
     const bool hasWorkspace = workspace != workspaces_.end();
     const nlohmann::json& userData = hasWorkspace ? workspace->second.user_data : nlohmann::json::object();
     ui_->hub_url_button->setEnabled(idle);
     ui_->hub_connection_button->setEnabled(idle);
+    ui_->hub_cancel_button->setVisible(!idle);
     ui_->workspace_combo->setEnabled(idle && ui_->workspace_combo->count() > 0);
     ui_->device_list->setEnabled(idle);
     ui_->hub_retrieve_button->setEnabled(idle && hasWorkspace && ui_->device_list->count() > 0);
@@ -60,12 +35,31 @@ void WSCreator::updateHubControls() {
     ui_->create_toolButton->setEnabled(idle);
     ui_->usb_discover_button->setEnabled(idle);
     ui_->local_load->setEnabled(idle);
+    if (idle) ui_->hub_progress->hide();
+}
+
+bool WSCreator::hubRequestUnderway() const { return hubTask_->busy(); }
+
+bool WSCreator::uploadUnderway() const { return uploadTask_->busy(); }
+
+void WSCreator::cancelUpload() {
+    if (!uploadTask_->busy()) return;
+    uploadTask_->cancel();
+    emit calibrationStored(tr("The calibration was not stored in workspace %1: Halden stopped waiting for the hub.")
+                               .arg(uploadWorkspaceName_),
+                           false);
+}
+
+void WSCreator::startHubRequest(const QString& token, HubTask::Request request) {
+    // A newer choice replaces a request still under way.
+    hubTask_->cancel();
+    hubTask_->start(tenant_, token, std::move(request));
 }
 
 void WSCreator::refreshTenantLabel() { ui_->tenant_label->setText(tr("Pyra Hub at %1").arg(tenant_)); }
 
 void WSCreator::on_hub_url_button_clicked() {
-    if (hubBusy_) return;
+    if (hubTask_->busy()) return;
     const std::optional<QString> answer = prompts().askText(tr("Pyra Hub URL"), tr("Pyra Hub URL : "), tenant_);
     if (!answer) return;
     if (!answer->startsWith("http")) {
@@ -78,7 +72,7 @@ void WSCreator::on_hub_url_button_clicked() {
 }
 
 void WSCreator::on_hub_connection_button_clicked() {
-    if (hubBusy_) return;
+    if (hubTask_->busy()) return;
     hub_ = std::make_shared<HubConnector>(tenant_, QString());
     hub_->setPrompts(&prompts());
     const QString user = ui_->hub_username->text();
@@ -93,44 +87,53 @@ void WSCreator::on_hub_connection_button_clicked() {
         settings.setValue("password", password);
     }
     clean_network();
+    // Said here, where a box can be shown; the request then fails like any other.
+    if (tenant_.isEmpty()) warn(tr("Connection error"), tr("Invalid Pyra Hub tenant address."));
 
-    HubBusy busy(*this);
-    const std::shared_ptr<HubConnector> hub = hub_;
-    const QString token = hub->connectViaImplicitFlow(user, password);
-    if (token.isEmpty()) {
-        ui_->hub_frame->hide();
-        warn(tr("Connection error"), tr("Secure connection to PYRA HUB could not be established."));
-        return;
-    }
-    on_connectionSuccess(token);
+    startHubRequest(QString(), [this, user, password](HubConnector& hub) -> HubTask::Done {
+        const QString token = hub.connectViaImplicitFlow(user, password);
+        return [this, token] {
+            if (token.isEmpty()) {
+                ui_->hub_frame->hide();
+                warn(tr("Connection error"), tr("Secure connection to PYRA HUB could not be established."));
+                return;
+            }
+            on_connectionSuccess(token);
+        };
+    });
 }
 
 void WSCreator::on_connectionSuccess(const QString& token) {
-    HubBusy busy(*this);
     setWindowState(windowState() & ~Qt::WindowMinimized);
     raise();
     activateWindow();
 
     hub_ = std::make_shared<HubConnector>(tenant_, token);
     hub_->setPrompts(&prompts());
-    const std::shared_ptr<HubConnector> hub = hub_;
     ui_->hub_frame->show();
     {
         const QSignalBlocker blocker(ui_->workspace_combo);
         ui_->workspace_combo->clear();
     }
+    workspaces_.clear();
     forgetWorkspaceChoice();
 
-    workspaces_ = hub->getWorkspaces();
-    {
-        // Filling the chooser must not fetch devices once per entry.
-        const QSignalBlocker blocker(ui_->workspace_combo);
-        for (const auto& [id, workspace] : workspaces_) ui_->workspace_combo->addItem(workspace.name, id);
-        ui_->workspace_combo->setPlaceholderText(workspaces_.empty() ? tr("No workspace in this account")
-                                                                     : tr("Choose a workspace"));
-        ui_->workspace_combo->setCurrentIndex(workspaces_.empty() ? -1 : 0);
-    }
-    if (!workspaces_.empty()) on_workspaceSelectionChanged(ui_->workspace_combo->currentIndex());
+    startHubRequest(token, [this](HubConnector& hub) -> HubTask::Done {
+        std::map<QString, Workspace> workspaces = hub.getWorkspaces();
+        return [this, workspaces = std::move(workspaces)] {
+            workspaces_ = workspaces;
+            {
+                // Filling the chooser must not fetch devices once per entry.
+                const QSignalBlocker blocker(ui_->workspace_combo);
+                for (const auto& [id, workspace] : workspaces_) ui_->workspace_combo->addItem(workspace.name, id);
+                ui_->workspace_combo->setPlaceholderText(workspaces_.empty() ? tr("No workspace in this account")
+                                                                             : tr("Choose a workspace"));
+                ui_->workspace_combo->setCurrentIndex(workspaces_.empty() ? -1 : 0);
+            }
+            if (!workspaces_.empty()) on_workspaceSelectionChanged(ui_->workspace_combo->currentIndex());
+            updateHubControls();
+        };
+    });
 }
 
 void WSCreator::forgetWorkspaceChoice() {
@@ -140,52 +143,74 @@ void WSCreator::forgetWorkspaceChoice() {
 }
 
 void WSCreator::on_workspaceSelectionChanged(int index) {
-    HubBusy busy(*this);
     forgetWorkspaceChoice();
-    if (index < 0) return;
+    if (index < 0) {
+        hubTask_->cancel();
+        updateHubControls();
+        return;
+    }
     const QString id = ui_->workspace_combo->itemData(index).toString();
     if (workspaces_.find(id) == workspaces_.end()) {
         qDebug().noquote() << "Unable to find the id " + id + " in the map. This should never happen.";
+        updateHubControls();
         return;
     }
     workspaceId_ = id;
+    updateHubControls();
     if (!hub_) return;
-    const std::shared_ptr<HubConnector> hub = hub_;
-    std::map<QString, Device> devices = hub->getDevicesFromWorkspaceId(id);
-    if (workspaceId_ != id) return;  // the choice changed while the request ran
-    devices_ = std::move(devices);
-    for (const auto& [deviceId, device] : devices_) {
-        auto* item = new QListWidgetItem(device.name + " - SN" + device.serial_number, ui_->device_list);
-        item->setData(Qt::UserRole, deviceId);
-        item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
-        item->setCheckState(Qt::Checked);
-        item->setToolTip(tr("Host %1").arg(device.ip_address));
-    }
+    startHubRequest(hub_->token(), [this, id](HubConnector& hub) -> HubTask::Done {
+        std::map<QString, Device> devices = hub.getDevicesFromWorkspaceId(id);
+        return [this, id, devices = std::move(devices)] {
+            if (workspaceId_ != id) return;
+            devices_ = devices;
+            for (const auto& [deviceId, device] : devices_) {
+                auto* item = new QListWidgetItem(device.name + " - SN" + device.serial_number, ui_->device_list);
+                item->setData(Qt::UserRole, deviceId);
+                item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
+                item->setCheckState(Qt::Checked);
+                item->setToolTip(tr("Host %1").arg(device.ip_address));
+            }
+            updateHubControls();
+        };
+    });
 }
 
 void WSCreator::on_hub_retrieve_button_clicked() {
-    if (hubBusy_ || !hub_) return;
-    HubBusy busy(*this);
-    const std::shared_ptr<HubConnector> hub = hub_;
+    if (hubTask_->busy() || !hub_) return;
     const QString workspaceId = workspaceId_;
     clean_network();
     clearCameras();
     storedCalibration_.clear();
     hubFromStoredCalibration_ = false;
-    ui_->hub_progress->setValue(0);
-    ui_->hub_progress->show();
 
-    int taken = 0;
+    std::vector<QString> ticked;
     const int count = ui_->device_list->count();
     for (int i = 0; i < count; ++i) {
-        ui_->hub_progress->setValue((100 * i) / count);
         QListWidgetItem* item = ui_->device_list->item(i);
-        if (item->checkState() != Qt::Checked) continue;
-        const QString deviceId = item->data(Qt::UserRole).toString();
+        if (item->checkState() == Qt::Checked) ticked.push_back(item->data(Qt::UserRole).toString());
+    }
+    startHubRequest(hub_->token(), [this, workspaceId, ticked](HubConnector& hub) -> HubTask::Done {
+        std::vector<int> ports;
+        for (std::size_t i = 0; i < ticked.size(); ++i) {
+            const int percent = int((100 * i) / ticked.size());
+            QMetaObject::invokeMethod(
+                ui_->hub_progress, [this, percent] { ui_->hub_progress->setValue(percent); }, Qt::QueuedConnection);
+            ports.push_back(hub.getPublicationPortFromDevice(workspaceId, ticked[i]));
+        }
+        return [this, ticked, ports] { takePublishingCameras(ticked, ports); };
+    });
+    ui_->hub_progress->setValue(0);
+    ui_->hub_progress->show();
+}
+
+void WSCreator::takePublishingCameras(const std::vector<QString>& deviceIds, const std::vector<int>& ports) {
+    int taken = 0;
+    for (std::size_t i = 0; i < deviceIds.size(); ++i) {
+        const QString& deviceId = deviceIds[i];
+        const int port = ports[i];
         Device& device = devices_[deviceId];
         device.configurations.clear();
         device.flags = 0;
-        const int port = hub->getPublicationPortFromDevice(workspaceId, deviceId);
         const QString line = device.name + " - SN" + device.serial_number;
         if (port <= 0 || port > 65535) {
             addCameraLine(line + " - NOT PUBLISHING", tr("Hub, not publishing"), deviceId, false);
@@ -201,7 +226,6 @@ void WSCreator::on_hub_retrieve_button_clicked() {
                       tr("Hub, %1:%2").arg(device.ip_address).arg(port), deviceId);
         ++taken;
     }
-    ui_->hub_progress->hide();
     if (taken == 0) {
         sourceKind_ = SOURCE_NONE;
         showCameraArea(ui_->camera_list->topLevelItemCount() > 0);
@@ -215,8 +239,7 @@ void WSCreator::on_hub_retrieve_button_clicked() {
 }
 
 void WSCreator::onRetrieveCalibrationFromWorkspaceClicked() {
-    if (hubBusy_) return;
-    HubBusy busy(*this);
+    if (hubTask_->busy()) return;
     clean_network();
     clearCameras();
     storedCalibration_.clear();
@@ -226,20 +249,16 @@ void WSCreator::onRetrieveCalibrationFromWorkspaceClicked() {
     if (workspace != workspaces_.end() && workspace->second.user_data.is_object())
         calibration = workspace->second.user_data.value("calibration_data", nlohmann::json());
 
-    // What was usable, in the frame the document is written in, for rewriting it if needed.
-    std::vector<lum::FusionConfiguration> usableAsWritten;
-    bool unusableSeen = false;
+    // An unusable member is only reported: the stored document may be the workspace's only
+    // copy of a calibration, and a newer version may read it.
     if (calibration.is_object()) {
         for (const auto& [key, camera] : calibration.items()) {
             const auto configuration =
                 wscreator::storedCamera(key, camera, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
             if (!configuration) {
                 qDebug().noquote() << "Invalid calibration in this workspace.";
-                unusableSeen = true;
                 continue;
             }
-            usableAsWritten.push_back(
-                *wscreator::storedCamera(key, camera, lum::COORDINATE_SYSTEM::IMAGE, lum::UNIT::MILLIMETER));
             storedCalibration_.push_back(*configuration);
             const auto& network = configuration->communication_parameters;
             const QString address =
@@ -250,15 +269,6 @@ void WSCreator::onRetrieveCalibrationFromWorkspaceClicked() {
             addCameraLine(name + " - SN" + QString::fromStdString(key) + " - " + address,
                           tr("Hub calibration, %1").arg(address), QString::fromStdString(key));
         }
-    }
-    // A stored calibration the fusion cannot use is replaced by what it can use, so the next
-    // person to open this workspace is not stopped by it again.
-    if (unusableSeen) {
-        const QString workspaceId = workspaceId_;
-        const nlohmann::json document =
-            roomfile::writeDocument(usableAsWritten, lum::COORDINATE_SYSTEM::IMAGE, lum::UNIT::MILLIMETER);
-        HubBusy busy(*this);
-        if (hub_->setWorkspaceCalibrationData(workspaceId, document)) rememberCalibration(workspaceId, document);
     }
 
     if (storedCalibration_.empty()) {
@@ -313,24 +323,29 @@ void WSCreator::onConfigurationFileReady(std::vector<lum::FusionConfiguration> c
     }
     forgetWorkspaceChoice();
 
-    auto stored = std::make_shared<std::atomic<bool>>(false);
-    QThread* upload = QThread::create([address = hub_->address(), token = hub_->token(), workspaceId, document,
-                                       stored] {
-        HubConnector hub(address, token);
-        *stored = hub.setWorkspaceCalibrationData(workspaceId, document);
-    });
-    connect(upload, &QThread::finished, upload, &QObject::deleteLater);
-    connect(upload, &QThread::finished, this, [this, stored, workspaceId, workspaceName, document] {
-        if (!*stored) {
-            emit calibrationStored(tr("The calibration could not be stored in workspace %1: the hub refused it "
-                                      "or did not answer.")
-                                       .arg(workspaceName));
-            return;
-        }
-        rememberCalibration(workspaceId, document);
-        emit calibrationStored(tr("Calibration stored in workspace %1.").arg(workspaceName));
-    });
-    upload->start();
+    if (uploadTask_->busy()) {
+        emit calibrationStored(tr("The calibration could not be stored in workspace %1: an earlier one is still "
+                                  "being stored.")
+                                   .arg(workspaceName),
+                               false);
+        return;
+    }
+    uploadWorkspaceName_ = workspaceName;
+    uploadTask_->start(hub_->address(), hub_->token(),
+                       [this, workspaceId, workspaceName, document](HubConnector& hub) -> HubTask::Done {
+                           const bool stored = hub.setWorkspaceCalibrationData(workspaceId, document);
+                           return [this, stored, workspaceId, workspaceName, document] {
+                               if (!stored) {
+                                   emit calibrationStored(tr("The calibration could not be stored in workspace "
+                                                             "%1: the hub refused it or did not answer.")
+                                                              .arg(workspaceName),
+                                                          false);
+                                   return;
+                               }
+                               rememberCalibration(workspaceId, document);
+                               emit calibrationStored(tr("Calibration stored in workspace %1.").arg(workspaceName), true);
+                           };
+                       });
 }
 
 void WSCreator::rememberCalibration(const QString& workspaceId, const nlohmann::json& document) {

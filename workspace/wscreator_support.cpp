@@ -41,8 +41,11 @@ std::optional<lum::FusionConfiguration> storedCamera(const std::string& key, con
     if (!camera.is_object() || !camera.contains(ipPath) || !camera.at(ipPath).is_string()) return std::nullopt;
     const nlohmann::json& configuration = camera.at(configurationPath);
     if (!configuration.is_object() || !configuration.contains("port")) return std::nullopt;
+    // A document built in memory holds its ports as signed integers and one parsed from text
+    // as unsigned: both are the same whole number, and both must read back.
     const nlohmann::json& port = configuration.at("port");
-    if (!port.is_number_unsigned() || port.get<std::uint64_t>() > 65535) return std::nullopt;
+    if (!port.is_number_integer() || port.get<std::int64_t>() < 0 || port.get<std::int64_t>() > 65535)
+        return std::nullopt;
     const nlohmann::json& input = camera.at("input");
     if (!input.is_object() || !input.contains("pyra")) return std::nullopt;
 
@@ -54,7 +57,7 @@ std::optional<lum::FusionConfiguration> storedCamera(const std::string& key, con
     if (read.size() != 1) return std::nullopt;
     lum::FusionConfiguration result = read.front();
     result.communication_parameters.setForLocalNetwork(camera.at(ipPath).get<std::string>(),
-                                                       static_cast<int>(port.get<std::uint64_t>()));
+                                                       static_cast<int>(port.get<std::int64_t>()));
     return result;
 }
 

@@ -1,16 +1,17 @@
 // Room configuration files on disk: oversized files are refused unread, and writes go through
 // a temporary file renamed over the target, so a crash never leaves half a room file.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include "lum/fusion.hpp"
 #include "atomic_file.hpp"
+#include "printable_text.hpp"
 #include "room_document.hpp"
 
 namespace lum {
@@ -19,49 +20,46 @@ namespace {
 // Messages quote file names and keys from the document; a control byte in them must not
 // reach the user's terminal as a command.
 void report(const std::string& raw, std::string* error) {
-    std::string message;
-    for (const char c : raw) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7f) {
-            message += c;
-            continue;
-        }
-        char escaped[8];
-        std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-        message += escaped;
-    }
+    const std::string message = printableText(raw);
     if (error) *error = message;
     else std::cerr << message << std::endl;
 }
 
 bool readWholeFile(const std::string& path, std::string& text, std::string& problem) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) {
+    // Opened without blocking and checked on the descriptor: a pipe put in the file's place
+    // after a check by name would otherwise hang the reader for ever.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
         problem = std::strerror(errno);
         return false;
     }
-    if (!S_ISREG(info.st_mode)) {
+    struct stat info {};
+    bool ok = false;
+    if (::fstat(fd, &info) != 0) {
+        problem = std::strerror(errno);
+    } else if (!S_ISREG(info.st_mode)) {
         problem = "not a regular file";
-        return false;
-    }
-    if (static_cast<unsigned long long>(info.st_size) > room::kMaxDocumentBytes) {
+    } else if (static_cast<unsigned long long>(info.st_size) > room::kMaxDocumentBytes) {
         problem = "larger than " + std::to_string(room::kMaxDocumentBytes >> 20) + " MiB, not a room configuration";
-        return false;
+    } else {
+        // Bounded even if the file grows while we read it.
+        text.resize(room::kMaxDocumentBytes + 1);
+        size_t done = 0;
+        ok = true;
+        while (done < text.size()) {
+            const ssize_t n = ::read(fd, &text[done], text.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                problem = std::string("read failed: ") + std::strerror(errno);
+                ok = false;
+            }
+            if (n <= 0) break;
+            done += size_t(n);
+        }
+        text.resize(done);
     }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        problem = std::string("cannot be opened: ") + std::strerror(errno);
-        return false;
-    }
-    // Bounded even if the file grows while we read it.
-    text.resize(room::kMaxDocumentBytes + 1);
-    in.read(&text[0], static_cast<std::streamsize>(text.size()));
-    if (in.bad()) {
-        problem = "read failed";
-        return false;
-    }
-    text.resize(static_cast<size_t>(in.gcount()));
-    return true;
+    ::close(fd);
+    return ok;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <set>
 
 namespace lum {
 namespace room {
@@ -82,6 +83,16 @@ public:
         return value;
     }
 
+    // Keys this reader does not know are refused by name: a misspelt member would
+    // otherwise be dropped without a word and its default used instead.
+    void onlyKnown(const json& object, const std::string& path, std::initializer_list<const char*> known) const {
+        for (const auto& member : object.items()) {
+            bool found = false;
+            for (const char* key : known) found = found || member.key() == key;
+            if (!found) fail(where_ + join(path, printable(member.key()).c_str()) + " is not a known member");
+        }
+    }
+
     const json* optional(const json& parent, const char* key) const {
         const auto it = parent.find(key);
         return it == parent.end() ? nullptr : &*it;
@@ -134,6 +145,7 @@ private:
 
 CommunicationParameters readFusionInput(const CameraReader& reader, const json& input) {
     const json& fusion = reader.object(input, "\"input\"", "fusion");
+    reader.onlyKnown(fusion, "\"input\".\"fusion\"", {"type", "configuration"});
     const std::string type = reader.text(fusion, "\"input\".\"fusion\"", "type");
     CommunicationParameters parameters;
     if (type == "SHARED_MEMORY") {
@@ -141,6 +153,7 @@ CommunicationParameters readFusionInput(const CameraReader& reader, const json& 
     } else if (type == "LOCAL_NETWORK") {
         const std::string path = "\"input\".\"fusion\".\"configuration\"";
         const json& configuration = reader.object(fusion, "\"input\".\"fusion\"", "configuration");
+        reader.onlyKnown(configuration, path, {"ip", "port"});
         const std::string ip = reader.text(configuration, path, "ip");
         parameters.setForLocalNetwork(ip, reader.port(configuration, path, "port"));
     } else {
@@ -151,6 +164,7 @@ CommunicationParameters readFusionInput(const CameraReader& reader, const json& 
 
 InputType readPyraInput(const CameraReader& reader, const json& input) {
     const json& pyra = reader.object(input, "\"input\"", "pyra");
+    reader.onlyKnown(pyra, "\"input\".\"pyra\"", {"configuration", "type"});
     const std::string configuration = reader.text(pyra, "\"input\".\"pyra\"", "configuration");
     std::string type;
     if (reader.optional(pyra, "type")) type = reader.text(pyra, "\"input\".\"pyra\"", "type");
@@ -160,8 +174,9 @@ InputType readPyraInput(const CameraReader& reader, const json& input) {
     int number = 0;
     // Without a type the document came from Halden's own writer: a serial number.
     if (type.empty() || type == "USB_SERIAL" || type == "GMSL_SERIAL") {
-        if (!parseInt32(configuration, number))
-            reader.fault("\"input\".\"pyra\".\"configuration\" must be a serial number as decimal text");
+        if (!parseInt32(configuration, number) || number <= 0)
+            reader.fault("\"input\".\"pyra\".\"configuration\" must be a serial number (a positive whole number) "
+                         "as decimal text");
         result.setFromSerialNumber(static_cast<unsigned int>(number), kind);
     } else if (type == "USB_ID" || type == "GMSL_ID") {
         if (!parseInt32(configuration, number) || number < 0)
@@ -187,21 +202,26 @@ FusionConfiguration readCamera(const std::string& key, const json& camera, COORD
                                UNIT unit) {
     const CameraReader reader(key);
     FusionConfiguration configuration;
-    if (!parseInt32(key, configuration.serial_number))
-        reader.fault("the key must be the camera's serial number as decimal text");
+    // Serial numbers of real cameras are positive; "0" or "-41001" is a typo or a corrupt file.
+    if (!parseInt32(key, configuration.serial_number) || configuration.serial_number <= 0)
+        reader.fault("the key must be the camera's serial number (a positive whole number) as decimal text");
     if (!camera.is_object()) reader.fault("the camera must be an object");
 
     const json& input = reader.object(camera, "", "input");
+    reader.onlyKnown(input, "\"input\"", {"fusion", "pyra"});
     configuration.communication_parameters = readFusionInput(reader, input);
     configuration.input_type = readPyraInput(reader, input);
 
     // Stored in the image frame and in metres.
     const json& world = reader.object(camera, "", "world");
+    reader.onlyKnown(world, "\"world\"", {"rotation", "translation"});
     Transform pose;
     pose.setRotationVector(reader.vector(world, "\"world\"", "rotation"));
     pose.setTranslation(reader.vector(world, "\"world\"", "translation") * getUnitScale(UNIT::METER, unit));
     convertCoordinateSystem(pose, COORDINATE_SYSTEM::IMAGE, coordinateSystem);
     configuration.pose = pose;
+    // Last, so a misspelt "world" is reported as missing rather than as unknown.
+    reader.onlyKnown(camera, "", {"input", "world"});
     return configuration;
 }
 
@@ -254,6 +274,11 @@ bool toDocument(const std::vector<FusionConfiguration>& configurations, COORDINA
     document = json::object();
     for (const auto& configuration : configurations) {
         const std::string key = std::to_string(configuration.serial_number);
+        // What is written must open again, and the reader takes only real serial numbers.
+        if (configuration.serial_number <= 0) {
+            problem = "camera \"" + key + "\": a serial number must be positive";
+            return false;
+        }
         json camera = writeRoomCamera(configuration, coordinateSystem, unit);
         if (!withinRange(camera["world"]["rotation"]) || !withinRange(camera["world"]["translation"])) {
             problem = "camera \"" + key + "\": the pose is not finite or out of range";
@@ -286,9 +311,23 @@ bool fromText(const std::string& text, COORDINATE_SYSTEM coordinateSystem, UNIT 
         if (!nestingWithin(text, kMaxNesting))
             fail("nested deeper than " + std::to_string(kMaxNesting) + " levels, not a room configuration");
 
+        // The parser keeps the last of two members with one key; a room file holding one
+        // camera twice would lose the other without a word, so a repeated key is refused.
+        std::vector<std::set<std::string>> keysByDepth;
+        const json::parser_callback_t refuseRepeats = [&keysByDepth](int, json::parse_event_t event, json& parsed) {
+            if (event == json::parse_event_t::object_start) keysByDepth.emplace_back();
+            else if (event == json::parse_event_t::object_end) keysByDepth.pop_back();
+            else if (event == json::parse_event_t::key && !keysByDepth.empty()) {
+                const std::string& key = parsed.get_ref<const std::string&>();
+                if (!keysByDepth.back().insert(key).second)
+                    fail((keysByDepth.size() == 1 ? "camera \"" : "member \"") + printable(key) +
+                         "\" appears twice; only one of them could be kept");
+            }
+            return true;
+        };
         json document;
         try {
-            document = json::parse(text);
+            document = json::parse(text, refuseRepeats);
         } catch (const json::exception& e) {
             const std::string what = e.what();
             const size_t start = what.find("] ");
@@ -296,7 +335,6 @@ bool fromText(const std::string& text, COORDINATE_SYSTEM coordinateSystem, UNIT 
         }
         if (!document.is_object()) fail("the document must be an object of cameras keyed by serial number");
 
-        // Duplicate keys: the JSON parser keeps the last member, so the last entry wins.
         std::vector<FusionConfiguration> result;
         for (const auto& [key, camera] : document.items())
             result.push_back(readCamera(key, camera, coordinateSystem, unit));

@@ -1,6 +1,8 @@
 // The calibration button on a running simulated room, through the real widgets: clicks
 // that come too fast, finishing with nothing to save, cancelling the save, replacing a
 // file, and a second calibration that starts from nothing.
+#include <QAction>
+#include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QPushButton>
@@ -8,6 +10,7 @@
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeWidget>
 
 #include "app/application.hpp"
 #include "app/calibration_panel.hpp"
@@ -18,6 +21,7 @@
 #include "tests/app/widget_lookup.hpp"
 #include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
+#include "workspace/wscreator.hpp"
 
 class CalibrationFlowTest : public QObject {
     Q_OBJECT
@@ -57,8 +61,20 @@ void CalibrationFlowTest::initTestCase() {
     QVERIFY(QTest::qWaitForWindowExposed(window.get()));
     window->onFusionConfigReady(roomusb::discover().configurations);
     QTRY_VERIFY_WITH_TIMEOUT(!find<WaitingSpinnerWidget>("spinner")->isSpinning(), 60000);
-    // Before any calibration every camera draws in its own frame, and the view says so.
-    QVERIFY(find<QLabel>("uncalibrated_note")->isVisible());
+    // Before any calibration every camera draws in its own frame, and the view says so in a
+    // corner, not over the people walking.
+    auto* note = find<QLabel>("uncalibrated_note");
+    QVERIFY(note->isVisible());
+    auto* viewer = find<QWidget>("viewer");
+    QVERIFY2(note->width() * note->height() * 12 <= viewer->width() * viewer->height(),
+             qPrintable(QString("%1x%2").arg(note->width()).arg(note->height())));
+
+    // Reopened, the room set-up lists the cameras running now.
+    QTest::mouseClick(find<QPushButton>("roomSetupButton"), Qt::LeftButton);
+    auto* list = find<QTreeWidget>("camera_list");
+    QCOMPARE(list->topLevelItemCount(), int(roomusb::discover().configurations.size()));
+    QCOMPARE(list->topLevelItem(0)->text(1), QString("Running now"));
+    emit window->workspaceCreator()->selfClose();
 }
 
 void CalibrationFlowTest::cleanupTestCase() { window.reset(); }
@@ -71,8 +87,11 @@ void CalibrationFlowTest::clickWhenSettled(QPushButton* target) {
 void CalibrationFlowTest::doubleClickStartsOnceAndEmptyFinishAsksNothing() {
     QTest::mouseDClick(button(), Qt::LeftButton);
     QTest::mouseClick(button(), Qt::LeftButton);
-    QCOMPARE(button()->text(), QString("Finish calibration"));
+    QTRY_COMPARE_WITH_TIMEOUT(button()->text(), QString("Finish calibration"), 30000);
     QVERIFY(button()->isChecked());
+    // Frames of one model cannot feed the other: the choice waits for the next walk.
+    auto* refined = window->findChild<QAction*>("refined_model_action");
+    QVERIFY(!refined->isEnabled());
 
     // Finished before any solve: said at once, no file name asked for.
     clickWhenSettled(button());
@@ -80,29 +99,41 @@ void CalibrationFlowTest::doubleClickStartsOnceAndEmptyFinishAsksNothing() {
     QCOMPARE(int(prompts->saveQuestions), 0);
     QCOMPARE(button()->text(), QString("Start calibration"));
     QVERIFY(!find<QPushButton>("save_calibration_button")->isVisible());
+    QVERIFY(refined->isEnabled());
 }
 
 void CalibrationFlowTest::cancelledSaveWritesNothingAndKeepsTheResult() {
     QSignalSpy reports(&window->fusionWorker(), &FusionWorker::calibrationReport);
     clickWhenSettled(button());
+    QTRY_COMPARE_WITH_TIMEOUT(button()->text(), QString("Finish calibration"), 30000);
     std::map<int, lum::Transform> truth;
     for (const auto& camera : pyra_sim::activeScene().cameras) truth[int(camera.serial)] = camera.pose;
     window->fusionWorker().setCalibrationStore(synthetic::syntheticStore(truth, 25, 0.003, 7));
     QTRY_VERIFY_WITH_TIMEOUT(!reports.isEmpty() && reports.last().at(0).value<CalibrationReport>().usable, 120000);
     QTRY_VERIFY(!find<QLabel>("uncalibrated_note")->isVisible());
 
+    // Finishing with cameras that are not Good names them, and the user may walk on.
     prompts->saveName.clear();
+    prompts->confirmAnswer = false;
     clickWhenSettled(button());
+    QVERIFY(said("Save cameras that are not Good?"));
+    QCOMPARE(button()->text(), QString("Finish calibration"));
+    QCOMPARE(int(prompts->saveQuestions), 0);
+    prompts->confirmAnswer = true;
+    clickWhenSettled(button());
+    prompts->confirmAnswer = false;
     // The last solve is awaited off the GUI thread: the window answers meanwhile.
     QCOMPARE(button()->text(), QString("Finishing..."));
     QVERIFY(!button()->isEnabled());
     QTRY_VERIFY_WITH_TIMEOUT(said("Calibration not saved"), 60000);
     QVERIFY(!QFile::exists(home.filePath("calib.json")));
+    QCOMPARE(prompts->lastSaveDirectory, home.filePath("calib.json"));
     auto* save = find<QPushButton>("save_calibration_button");
     QVERIFY(save->isVisible());
 
     // An existing file is only replaced when the user agrees.
-    const QString path = home.filePath("room.json");
+    QVERIFY(QDir(home.path()).mkpath("rooms"));
+    const QString path = home.filePath("rooms/room.json");
     QFile existing(path);
     QVERIFY(existing.open(QIODevice::WriteOnly));
     existing.write("mine");
@@ -124,14 +155,27 @@ void CalibrationFlowTest::cancelledSaveWritesNothingAndKeepsTheResult() {
     QVERIFY(!save->isVisible());
     QVERIFY(find<CalibrationPanel>("report_panel")->summaryText().contains("Calibration saved to " + path));
     window->grab().save(screenshotPath("app_calibration_saved.png"));
+
+    // The next save starts where the last one went.
+    prompts->saveName.clear();
+    QVERIFY(!window->saveCalibration());
+    QCOMPARE(prompts->lastSaveDirectory, home.filePath("rooms/calib.json"));
 }
 
 void CalibrationFlowTest::secondCalibrationStartsFromNothing() {
     clickWhenSettled(button());
+    QTRY_COMPARE_WITH_TIMEOUT(button()->text(), QString("Finish calibration"), 30000);
     // The walker may add a frame or two meanwhile; the 25 of the last walk are gone.
     QVERIFY(window->fusionWorker().calibrationFrameCount() < 10);
     auto* panel = find<CalibrationPanel>("report_panel");
     for (int row = 0; row < panel->rowCount(); ++row) QCOMPARE(panel->readinessAt(row), CameraReadiness::NoData);
+
+    // Closing mid-walk asks first; a No keeps the window and the walk.
+    prompts->confirmAnswer = false;
+    window->close();
+    QVERIFY(said("Throw the calibration away?"));
+    QVERIFY(window->isVisible());
+    QCOMPARE(button()->text(), QString("Finish calibration"));
     clickWhenSettled(button());
     QTRY_COMPARE_WITH_TIMEOUT(button()->text(), QString("Start calibration"), 60000);
 }

@@ -89,7 +89,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     // toward the camera left in the model that is not yet good, and the panel says so.
     QTest::mouseClick(calibrate, Qt::LeftButton);
     QVERIFY(calibrate->isChecked());
-    QCOMPARE(calibrate->text(), QString("Finish calibration"));
+    QTRY_COMPARE_WITH_TIMEOUT(calibrate->text(), QString("Finish calibration"), 30000);
     QVERIFY(!find<QPushButton>(&window, "roomSetupButton")->isEnabled());
     auto* progress = find<QProgressBar>(&window, "progressBar");
     QVERIFY(progress->isVisible());
@@ -112,6 +112,8 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QTRY_VERIFY_WITH_TIMEOUT(allJudged(), 150000);
     window.grab().save(screenshotPath("app_calibrating.png"));
 
+    // Cameras still Settling are named at Finish; this run saves them anyway.
+    prompts->confirmAnswer = true;
     QTRY_VERIFY(calibrate->isEnabled());
     QTest::mouseClick(calibrate, Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(calibrate->text(), QString("Start calibration"), 60000);
@@ -121,6 +123,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     // Only the passing note about the body model being prepared; no warning, no error.
     QStringList titles = prompts->titles();
     titles.removeAll("AI model not downloaded or optimized");
+    titles.removeAll("Save cameras that are not Good?");
     QVERIFY2(titles.isEmpty(), qPrintable(titles.join(", ")));
     window.grab().save(screenshotPath("app_calibrated.png"));
 

@@ -91,10 +91,13 @@ void GuiPromptsTest::blockingQuestionsFromAWorkerGetTheAnswer() {
 
     for (const bool accept : {true, false}) {
         QString initial;
+        bool wide = false;
         answerWhenShown([&] {
             auto* dialog = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
             if (!dialog) return false;
             initial = dialog->textValue();
+            // A whole hub address fits without scrolling.
+            wide = dialog->width() >= dialog->fontMetrics().horizontalAdvance("https://hub.example.com/tenant/eu-west");
             dialog->setTextValue("https://b");
             if (accept)
                 dialog->accept();
@@ -111,6 +114,7 @@ void GuiPromptsTest::blockingQuestionsFromAWorkerGetTheAnswer() {
         QTRY_VERIFY_WITH_TIMEOUT(answered, 20000);
         asker.join();
         QCOMPARE(initial, QString("http://a"));
+        QVERIFY(wide);
         QCOMPARE(answer, accept ? std::optional<QString>("https://b") : std::nullopt);
     }
 }

@@ -9,10 +9,13 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
+#include <QMouseEvent>
 #include <QPointer>
+#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScopeGuard>
+#include <QSignalSpy>
 #include <QSettings>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -25,12 +28,14 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <thread>
 
 #include "app/application.hpp"
 #include "app/calibration_panel.hpp"
 #include "app/mainwindow.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "testing/camera_report.hpp"
+#include "viewer/gl_viewer.hpp"
 #include "tests/app/recording_prompts.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "workspace/room_usb.hpp"
@@ -51,6 +56,11 @@ private slots:
     void stoppingARoomNeverHoldsTheWindow();
     void frenchTranslationIsFoundByLanguageName();
     void calibrationModelChoiceIsRemembered();
+    void signalsOfNoLiveRoomAreDropped();
+    void goodIsHeldWithinAMarginAndFiguresNeverFlatter();
+    void movedCameraStaysMarkedAfterItsWarning();
+    void viewDrawsOnlyWhenSomethingChanged();
+    void helpNeedsNoDisplay();
 
 private:
     template <typename T>
@@ -295,6 +305,93 @@ void MainWindowTest::calibrationModelChoiceIsRemembered() {
     window = std::make_unique<MainWindow>(nullptr, prompts);
     QVERIFY(find<QAction>("classic_model_action")->isChecked());
     QSettings().remove("calibration/model");
+}
+
+void MainWindowTest::signalsOfNoLiveRoomAreDropped() {
+    // What a worker thread emits for a room that is stopping (or already gone) never
+    // reaches the window: the calibration button stays off, the status stays empty.
+    FusionWorker& worker = window->fusionWorker();
+    std::thread late([&worker] {
+        emit worker.isInit();
+        emit worker.updateFusionError("SUCCESS");
+        emit worker.incCalib(40);
+    });
+    late.join();
+    QTest::qWait(50);
+    QVERIFY(!find<QPushButton>("calibration_button")->isEnabled());
+    QVERIFY(find<QLabel>("fusion_error")->text().isEmpty());
+    QCOMPARE(find<QProgressBar>("progressBar")->value(), 0);
+}
+
+void MainWindowTest::goodIsHeldWithinAMarginAndFiguresNeverFlatter() {
+    CalibrationPanel panel;
+    panel.setRoomCameras({1, 2});
+    CalibrationReport report;
+    report.usable = true;
+    const auto reportWith = [&](double sigmaMm) {
+        report.cameras = {synthetic::cameraReport(1, {{2, 80}}, 0.05, sigmaMm),
+                          synthetic::cameraReport(2, {{1, 80}}, 0.05, 1.0)};
+        panel.setReport(report);
+        return panel.readinessAt(0);
+    };
+    // 2 sigma of 10.4 mm against 10 mm needed is not a pass, and must not read as one.
+    QCOMPARE(reportWith(5.2), CameraReadiness::Uncertain);
+    auto* table = panel.findChild<QTableWidget*>("report_table");
+    const QString advice = table->item(0, 3)->toolTip();
+    QVERIFY2(!advice.contains("/ 10 mm at"), qPrintable(advice));
+    // Once Good, a camera wobbling just past the threshold stays Good; well past it, not.
+    QCOMPARE(reportWith(4.9), CameraReadiness::Good);
+    QCOMPARE(reportWith(5.3), CameraReadiness::Good);
+    QCOMPARE(reportWith(4.8), CameraReadiness::Good);
+    QCOMPARE(reportWith(6.5), CameraReadiness::Uncertain);
+    QCOMPARE(reportWith(5.3), CameraReadiness::Uncertain);
+    QCOMPARE(panel.camerasNotGood(), std::vector<int>{1});
+    panel.clear();
+    QCOMPARE(reportWith(5.3), CameraReadiness::Uncertain);
+}
+
+void MainWindowTest::movedCameraStaysMarkedAfterItsWarning() {
+    window->onCameraMoved(41002, 2.5, 120.0);
+    QVERIFY(prompts->titles().contains("Camera moved"));
+    // The warning was acknowledged long ago; the fusion itself keeps running well.
+    window->updateFusionErrorLabel("SUCCESS");
+    const QString status = find<QLabel>("fusion_error")->text();
+    QVERIFY2(status.contains("41002") && !status.contains("green"), qPrintable(status));
+}
+
+void MainWindowTest::viewDrawsOnlyWhenSomethingChanged() {
+    window->setAsReady();
+    find<WaitingSpinnerWidget>("spinner")->stop();
+    find<QWidget>("spinner_wnd")->hide();
+    auto* viewer = find<GlViewer>("viewer");
+    QVERIFY(QTest::qWaitForWindowExposed(viewer));
+    QSignalSpy frames(viewer, &QOpenGLWidget::frameSwapped);
+    QTRY_VERIFY(!frames.isEmpty());  // the first picture of the view, and its exposure
+    QTest::qWait(200);
+    // A still scene: the repaint timer ticks about ten times and draws nothing.
+    frames.clear();
+    QTest::qWait(500);
+    QCOMPARE(frames.count(), 0);
+    // New data, then a turn of the view: one frame each.
+    viewer->updateData();
+    QTRY_COMPARE(frames.count(), 1);
+    const QPoint from = viewer->rect().center(), to = from + QPoint(30, 0);
+    QTest::mousePress(viewer, Qt::LeftButton, {}, from);
+    QMouseEvent drag(QEvent::MouseMove, to, viewer->mapToGlobal(to), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(viewer, &drag);
+    QTest::mouseRelease(viewer, Qt::LeftButton, {}, to);
+    QTRY_COMPARE(frames.count(), 2);
+}
+
+void MainWindowTest::helpNeedsNoDisplay() {
+    QProcess halden;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) environment.remove(name);
+    halden.setProcessEnvironment(environment);
+    halden.start(HALDEN_BINARY_DIR "/app/halden", {"--help"});
+    QVERIFY(halden.waitForFinished(20000));
+    QCOMPARE(halden.exitCode(), 0);
+    QVERIFY(halden.readAllStandardOutput().contains("--room <file>"));
 }
 
 QTEST_MAIN(MainWindowTest)

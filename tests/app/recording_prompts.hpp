@@ -15,8 +15,9 @@ public:
         return std::make_shared<Gone>();
     }
     void exec(const PromptMessage& message) override { record(message); }
-    QString askSaveFileName(const QString&, const QString&, const QString&) override {
+    QString askSaveFileName(const QString&, const QString& directory, const QString&) override {
         saveQuestions.fetchAndAddOrdered(1);
+        lastSaveDirectory = directory;
         return saveName;
     }
     bool confirm(const PromptMessage& question) override {
@@ -30,6 +31,7 @@ public:
     }
 
     QString saveName;
+    QString lastSaveDirectory;
     bool confirmAnswer = false;
     QAtomicInt saveQuestions = 0;
 

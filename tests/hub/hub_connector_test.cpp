@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
@@ -19,9 +20,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <memory>
+#include <thread>
 
 using nlohmann::json;
 
@@ -312,10 +317,13 @@ TEST_F(HubConnectorTest, HostileRequestsChangeNothingAndStarveNobody) {
     EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, std::string(2 << 20, ' ')), 413);
     EXPECT_LT(QFile(dataPath_).size(), 100000);
 
-    // A save that fails (its temporary file cannot be made) leaves the served state alone.
-    QDir().mkpath(dataPath_ + ".tmp" + QString::number(emulator_->processId()));
+    // A save that fails (the file's folder is gone) leaves the served state alone.
+    const std::string path = dataPath_.toStdString();
+    ASSERT_EQ(::rename(path.c_str(), (path + ".kept").c_str()), 0);
+    ASSERT_EQ(::symlink("/nonexistent/hub.json", path.c_str()), 0);
     EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, R"({"user_data": {"site": "south"}})"), 500);
-    QDir(dataPath_ + ".tmp" + QString::number(emulator_->processId())).removeRecursively();
+    ::unlink(path.c_str());
+    ASSERT_EQ(::rename((path + ".kept").c_str(), path.c_str()), 0);
     EXPECT_EQ(site(), before);
 
     // Thirty connections that never finish their request leave room for a real one.
@@ -334,4 +342,63 @@ TEST_F(HubConnectorTest, HostileRequestsChangeNothingAndStarveNobody) {
     ASSERT_TRUE(second.waitForFinished(10000));
     EXPECT_NE(second.exitCode(), 0);
     EXPECT_TRUE(second.readAllStandardError().contains("cannot listen"));
+}
+
+// The data file is a link to a private file: saving writes through the link and keeps the
+// file private. Deep bodies sent again and again neither grow the emulator nor its file.
+TEST_F(HubConnectorTest, EmulatorKeepsItsFileItsMemoryAndItsWorkers) {
+    const std::string token = HubConnector(address_, {}).connectViaImplicitFlow("ada", "s3cret").toStdString();
+    ASSERT_FALSE(token.empty());
+    const int port = portOf(address_);
+    const std::string path = dataPath_.toStdString();
+    const std::string target = path + ".private";
+    ASSERT_EQ(::rename(path.c_str(), target.c_str()), 0);
+    ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
+    ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, R"({"user_data": {"site": "east"}})"), 200);
+    struct stat link {}, file {};
+    EXPECT_TRUE(::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode));
+    ASSERT_EQ(::stat(target.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777, 0600u);
+    EXPECT_EQ(signedIn().getWorkspaces().at("7").user_data.value("site", ""), "east");
+
+    // A megabyte of 60-deep arrays, and a body just within the value limit, by turns.
+    std::string ones;
+    while (ones.size() < (1u << 20) - 200) ones += "1,";
+    const std::string huge = "{\"user_data\": " + std::string(60, '[') + ones + "1" + std::string(60, ']') + "}";
+    std::string some;
+    for (int i = 0; i < 40000; ++i) some += "1,";
+    const std::string large = "{\"user_data\": " + std::string(60, '[') + some + "1" + std::string(60, ']') + "}";
+    for (int i = 0; i < 40; ++i)
+        httpStatus(port, "PUT", i % 4 < 2 ? "/api/v1/workspaces/7" : "/api/v1/workspaces/3", token,
+                   i % 2 ? large : huge);
+    QFile status(QStringLiteral("/proc/%1/status").arg(emulator_->processId()));
+    ASSERT_TRUE(status.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(status.readAll());
+    const long residentKb = text.section("VmRSS:", 1).trimmed().section(' ', 0, 0).toLong();
+    EXPECT_LT(residentKb, 300 * 1024) << text.toStdString();
+    // The file stays small too: the old emulator's indentation made 69 MB of a 1 MB body.
+    EXPECT_LT(QFileInfo(QString::fromStdString(target)).size(), qint64(16) << 20);
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/3", token, R"({"user_data": {}})"), 200);
+    EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/7", token, R"({"user_data": {"site": "north"}})"), 200);
+
+    // 150 senders trickling a byte a second are cut off per request, not per byte.
+    std::vector<int> trickling;
+    for (int i = 0; i < 150; ++i) trickling.push_back(connectTo(port));
+    std::atomic<bool> done{false};
+    const std::string slow = "GET /api/v1/workspaces HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: " + std::string(60, 'a');
+    std::thread trickle([&] {
+        for (size_t second = 0; second < slow.size() && !done; ++second) {
+            for (int fd : trickling) {
+                ssize_t sent = ::send(fd, &slow[second], 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+                (void)sent;
+            }
+            for (int tick = 0; tick < 10 && !done; ++tick) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    EXPECT_EQ(httpStatus(port, "GET", "/api/v1/workspaces", token), 200);
+    done = true;
+    trickle.join();
+    for (int fd : trickling) ::close(fd);
 }

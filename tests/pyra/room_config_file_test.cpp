@@ -2,6 +2,7 @@
 // the document Halden's own writer makes, and bad files of every kind.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,7 +56,7 @@ std::vector<lum::FusionConfiguration> sampleRoom() {
     room[1].input_type.setFromCameraID(2);
     room[2].input_type.setFromSVOFile("/data/walk.svo");
     room[3].input_type.setFromStream("10.0.0.4", 30010);
-    room[4].serial_number = -5;  // only the default input: opened by its serial number
+    room[4].serial_number = 5;  // only the default input: opened by its serial number
     return room;
 }
 
@@ -140,6 +141,13 @@ TEST_F(RoomFile, BadDocumentsGiveNoCamerasAndSayWhy) {
         {"{\"12\": 5}", "camera \"12\": the camera must be an object"},
         {camera("abc", good), "camera \"abc\": the key must be the camera's serial number"},
         {camera("012", good), "camera \"012\": the key"},
+        {camera("-41001", good), "camera \"-41001\": the key must be the camera's serial number (a positive"},
+        {camera("0", good), "camera \"0\": the key must be"},
+        {replaced("\"configuration\": \"12\"", "\"configuration\": \"-12\""), "\"input\".\"pyra\".\"configuration\" must"},
+        {replaced("\"world\"", "\"typo_wrold\": 1, \"world\""), "camera \"12\": \"typo_wrold\" is not a known member"},
+        {replaced("\"port\": 2", "\"port\": 2, \"prot\": 3"),
+         "\"input\".\"fusion\".\"configuration\".\"prot\" is not a known member"},
+        {replaced("\"port\": 2", "\"port\": 2, \"port\": 3"), "member \"port\" appears twice"},
         {replaced("\"rotation\": [0, 0, 0]", "\"rotation\": [0, 0]"),
          "camera \"12\": \"world\".\"rotation\" must be an array of 3 numbers"},
         {replaced("\"translation\": [0, 0, 0]", "\"translation\": [0, 1e300, 0]"), "out of range"},
@@ -168,12 +176,10 @@ TEST_F(RoomFile, BadDocumentsGiveNoCamerasAndSayWhy) {
     EXPECT_EQ(error, path + ": camera \"12\": \"input\".\"fusion\".\"configuration\".\"port\" must be an integer "
                             "from 0 to 65535");
 
-    // JSON duplicate keys: the last member wins, as for Halden's own writer.
-    const std::string twice = "{\"12\": {" + good + "}, \"12\": {" + good.substr(0, good.find("\"world\"")) +
-                              R"("world": {"rotation": [0, 0, 0], "translation": [4, 0, 0]}}})";
-    const auto read = lum::readFusionConfiguration(twice, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error);
-    ASSERT_EQ(read.size(), 1u) << error;
-    EXPECT_EQ(read[0].pose.getTranslation().x, 4.f);
+    // One camera twice: the parser would keep only the last, so the file is refused.
+    const std::string twice = "{\"12\": {" + good + "}, \"13\": {" + good + "}, \"12\": {" + good + "}}";
+    EXPECT_TRUE(lum::readFusionConfiguration(twice, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error).empty());
+    EXPECT_NE(error.find("camera \"12\" appears twice"), std::string::npos) << error;
 }
 
 TEST_F(RoomFile, BadFilesAndFailedWritesLeaveNoTrace) {
@@ -227,6 +233,20 @@ TEST_F(RoomFile, WritesRespectTheFileAndTheReaderAndMessagesStayPrintable) {
         return c.serial_number == room[1].serial_number && c.pose.getTranslation().x == 1.f;
     }));
 
+    // A dangling link promises a file: it is created and the link kept. Nodes are never replaced.
+    const std::string promised = (dir_ / "promised.json").string();
+    fs::create_symlink(promised, dir_ / "dangling.json");
+    ASSERT_TRUE(lum::writeConfigurationFile((dir_ / "dangling.json").string(), room, COORDINATE_SYSTEM::IMAGE,
+                                            UNIT::METER, &error)) << error;
+    EXPECT_TRUE(fs::is_symlink(dir_ / "dangling.json"));
+    EXPECT_EQ(lum::readFusionConfigurationFile(promised, COORDINATE_SYSTEM::IMAGE, UNIT::METER).size(), room.size());
+    const std::string pipe = (dir_ / "pipe.json").string();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(lum::writeConfigurationFile(pipe, room, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error));
+    EXPECT_NE(error.find("not a regular file"), std::string::npos) << error;
+    EXPECT_TRUE(fs::is_fifo(pipe));
+    fs::remove(pipe);
+
     std::vector<lum::FusionConfiguration> crowd(7000, sampleRoom()[3]);
     for (size_t i = 0; i < crowd.size(); ++i) crowd[i].serial_number = 40000000 + int(i);
     const std::string big = (dir_ / "crowd.json").string();
@@ -238,6 +258,10 @@ TEST_F(RoomFile, WritesRespectTheFileAndTheReaderAndMessagesStayPrintable) {
     EXPECT_TRUE(lum::readFusionConfigurationFile(hostile, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error).empty());
     EXPECT_NE(error.find("hostile\\x1b.json"), std::string::npos) << error;
     EXPECT_TRUE(std::none_of(error.begin(), error.end(), [](char c) { return (unsigned char)c < 0x20; })) << error;
+    // Bytes that are not UTF-8 garble a terminal too; well-formed characters stay.
+    const std::string garbled = file("caf\xc3\xa9-\xff\xc3(.json", "[");
+    EXPECT_TRUE(lum::readFusionConfigurationFile(garbled, COORDINATE_SYSTEM::IMAGE, UNIT::METER, &error).empty());
+    EXPECT_NE(error.find("caf\xc3\xa9-\\xff\\xc3(.json"), std::string::npos) << error;
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 // plausible walkers, determinism, and scene files refused with a clear reason.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
 #include <cmath>
 #include <map>
@@ -179,6 +182,12 @@ TEST(Simulation, SceneFilesAreCheckedFieldByField) {
         {"{\"cameras\": [{\"serial\": 1, \"faults\": {\"sdk_version\": \"five\"}}]}", "sdk_version"},
         {"{\"people\": {\"count\": 1e9}}", "\"people.count\" must be between"},
         {"{\"seed\": -1", "not a JSON document"},
+        // What used to be read wrong without a word: truncated, ignored, or the last one kept.
+        {"{\"cameras\": [{\"serial\": 41001.7}]}", "\"cameras[0].serial\" must be a whole number"},
+        {"{\"cameras\": [{\"serial\": 1, \"noise\": {\"typo_nosie\": 0.1}}]}",
+         "\"cameras[0].noise.typo_nosie\" is not a known setting"},
+        {"{\"people\": {\"count\": 2}, \"peolpe\": {}}", "\"peolpe\" is not a known setting"},
+        {"{\"seed\": 1, \"seed\": 2}", "\"seed\" appears twice"},
     };
     for (const auto& [text, message] : bad) {
         error.clear();
@@ -195,6 +204,12 @@ TEST(Simulation, SceneFilesAreCheckedFieldByField) {
 
     EXPECT_FALSE(pyra_sim::loadScene("/nonexistent/scene.json", scene, &error));
     EXPECT_NE(error.find("/nonexistent/scene.json"), std::string::npos);
+    // A pipe named as the scene is refused at once, not waited on for ever.
+    const std::string pipe = ::testing::TempDir() + "scene_pipe_" + std::to_string(::getpid());
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(pyra_sim::loadScene(pipe, scene, &error));
+    EXPECT_NE(error.find("not a regular file"), std::string::npos) << error;
+    ::unlink(pipe.c_str());
 }
 
 }  // namespace

@@ -5,7 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
 #include <csignal>
+#include <filesystem>
+#include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -208,13 +214,28 @@ TEST(HaldenCli, InterruptWhileSubscribingEndsPromptly) {
     while (!out.contains("INIT FUSION") && cli.waitForReadyRead(20000)) out += cli.readAllStandardError();
     ASSERT_TRUE(out.contains("INIT FUSION")) << out.toStdString();
     ::kill(static_cast<pid_t>(cli.processId()), SIGINT);
-    // Subscribing to the four takes eight seconds; half of one is plenty for an answer.
+    // Subscribing to the four takes two seconds; a quarter of that is plenty for an answer.
     EXPECT_TRUE(cli.waitForFinished(1500));
     if (cli.state() != QProcess::NotRunning) {
         cli.kill();
         cli.waitForFinished();
     }
     EXPECT_EQ(cli.exitCode(), 5);
+}
+
+// Ten senders that never answer: their handshakes wait side by side, so the fusion gives
+// up after about one handshake's time, not ten (twenty seconds).
+TEST(HaldenCli, UnreachableCamerasAreAskedSideBySide) {
+    std::vector<lum::FusionConfiguration> room(10);
+    for (size_t i = 0; i < room.size(); ++i) {
+        room[i].serial_number = 62001 + static_cast<int>(i);
+        room[i].communication_parameters.setForLocalNetwork("127.0.0.1", platform_test::testPort(static_cast<int>(i)));
+    }
+    const std::string path = inTemporary("unreachable.json").toStdString();
+    ASSERT_TRUE(lum::writeConfigurationFile(path, room, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER));
+    const CliRun run = runCli({"calibrate", "--room", QString::fromStdString(path), "--output", inTemporary("none")},
+                              8000);
+    EXPECT_EQ(run.status, 4) << run.err;
 }
 
 // The lowest serial never opens and another reports covariances of zero: the two others
@@ -244,6 +265,121 @@ TEST(HaldenCli, WritesOnlyCalibratedCamerasAndSaysWhichWereLeftOut) {
     EXPECT_TRUE(QFile::exists(inTemporary("partial_report.json")));
 }
 
+// Whatever links lead there, only a regular file or a new name is written, never two
+// outputs through one file; all refused before a skeleton is collected.
+TEST(HaldenCli, RefusesOutputsThatAreNotRegularFilesOrAreOneFile) {
+    namespace fs = std::filesystem;
+    const std::string folder = platform_test::privateFolder("outputs");
+    const QString room = QString::fromStdString(folder + "/room.json");
+    const QString dangling = QString::fromStdString(folder + "/report.json");
+    fs::create_symlink(room.toStdString(), dangling.toStdString());
+    const CliRun throughLink = runCli({"calibrate", "--usb", "--output", room, "--report", dangling}, 30000);
+    EXPECT_EQ(throughLink.status, 1);
+    EXPECT_NE(throughLink.err.find("same file"), std::string::npos) << throughLink.err;
+
+    const std::string existing = writeText("existing.json", "{}");
+    const std::string hardLink = folder + "/hard.json";
+    fs::create_hard_link(existing, hardLink);
+    const CliRun hard = runCli({"calibrate", "--usb", "--output", QString::fromStdString(existing), "--report",
+                                QString::fromStdString(hardLink)}, 30000);
+    EXPECT_EQ(hard.status, 1) << hard.err;
+
+    const std::string pipe = folder + "/pipe.json";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const std::string loop = folder + "/loop.json";
+    fs::create_symlink(loop, loop);
+    std::vector<std::string> refused{pipe, loop};
+    // A copy of /dev/null: a root user's rename would replace the node with a plain file.
+    const std::string node = folder + "/null";
+    if (::mknod(node.c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0) refused.push_back(node);
+    for (const std::string& path : refused) {
+        const CliRun run = runCli({"calibrate", "--usb", "--output", room, "--report", QString::fromStdString(path)},
+                                  30000);
+        EXPECT_EQ(run.status, 6) << path;
+        EXPECT_NE(run.err.find("--report " + path), std::string::npos) << run.err;
+    }
+    struct stat info {};
+    EXPECT_TRUE(::stat(pipe.c_str(), &info) == 0 && S_ISFIFO(info.st_mode));
+    if (refused.size() == 3) {
+        EXPECT_TRUE(::stat(node.c_str(), &info) == 0 && S_ISCHR(info.st_mode));
+    }
+    EXPECT_FALSE(fs::exists(room.toStdString()));
+}
+
+// The folder of the calibration vanishes mid-run (a stick pulled out): the calibration is
+// kept in a fallback file, and the message says where.
+TEST(HaldenCli, KeepsTheCalibrationWhenItsFileCannotBeWritten) {
+    namespace fs = std::filesystem;
+    const std::string state = platform_test::privateFolder("state");
+    const ScopedVariable stateHome("XDG_STATE_HOME", state);
+    const ScopedVariable scene("PYRA_SIM_SCENE", HALDEN_SOURCE_DIR "/tests/fusion/scenes/two_people.json");
+    const std::string stick = platform_test::privateFolder("stick");
+    platform_test::isolateProcess();
+    QProcess cli;
+    cli.start(HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli",
+              {"calibrate", "--usb", "--seconds", "120", "--output", QString::fromStdString(stick + "/room.json")});
+    cli.setReadChannel(QProcess::StandardError);
+    QByteArray err;
+    // The first usable solve prints its residual; there is something to keep from then on.
+    const QRegExp solved("last RMS [0-9]");
+    while (solved.indexIn(QString::fromUtf8(err)) < 0 && cli.waitForReadyRead(60000)) err += cli.readAllStandardError();
+    fs::rename(stick, stick + ".gone");
+    ::kill(static_cast<pid_t>(cli.processId()), SIGINT);
+    ASSERT_TRUE(cli.waitForFinished(60000));
+    err += cli.readAllStandardError();
+    fs::remove_all(stick + ".gone");
+    EXPECT_EQ(cli.exitCode(), 6) << err.toStdString();
+    const std::string text = err.toStdString();
+    const size_t at = text.find("is kept in ");
+    ASSERT_NE(at, std::string::npos) << text;
+    const std::string kept = text.substr(at + 11, text.find(';', at) - at - 11);
+    EXPECT_EQ(kept.rfind(state + "/halden/unsaved-calibration-", 0), 0u) << kept;
+    const auto room = lum::readFusionConfigurationFile(kept, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
+    EXPECT_GE(room.size(), 2u);
+}
+
+// The watch vouches only for what it watched: poses that cannot be a calibration, a camera
+// that never subscribed, and a run too short to settle are each said, with their status.
+TEST(HaldenCli, MonitorNeverGivesAnAllClearItHasNotEarned) {
+    const pyra_sim::Scene scene = pyra_sim::defaultScene();
+    auto roomFile = [&](const std::string& name, const std::function<void(lum::FusionConfiguration&)>& change) {
+        std::vector<lum::FusionConfiguration> room(scene.cameras.size());
+        for (size_t i = 0; i < room.size(); ++i) {
+            room[i].serial_number = static_cast<int>(scene.cameras[i].serial);
+            room[i].communication_parameters.setForSharedMemory();
+            room[i].pose = scene.cameras[i].pose;
+            change(room[i]);
+        }
+        const QString path = inTemporary(name);
+        EXPECT_TRUE(lum::writeConfigurationFile(path.toStdString(), room, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
+                                                lum::UNIT::METER));
+        return path;
+    };
+    const QString faraway = roomFile("faraway.json", [](lum::FusionConfiguration& camera) {
+        camera.pose = lum::Transform();
+        camera.pose.setTranslation(lum::Translation(999999.f, 0.f, 0.f));
+    });
+    const CliRun far = runCli({"monitor", "--room", faraway, "--seconds", "60"}, 30000);
+    EXPECT_EQ(far.status, 10) << far.err;
+    EXPECT_NE(far.err.find("cannot watch the room"), std::string::npos) << far.err;
+
+    const QString good = roomFile("watched.json", [](lum::FusionConfiguration&) {});
+    {
+        const ScopedVariable broken("PYRA_SIM_SCENE", writeText("one_fails.json", R"({"cameras": [
+            {"serial": 41001, "position": [-2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "faults": {"fail_to_open": true}},
+            {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0]},
+            {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]},
+            {"serial": 41004, "position": [-2.8, 2.6, 2.8], "look_at": [0, 0.9, 0]}]})"));
+        const CliRun absent = runCli({"monitor", "--room", good, "--seconds", "60"}, 60000);
+        EXPECT_EQ(absent.status, 10) << absent.err;
+        EXPECT_NE(absent.err.find("camera 41001 never opened or subscribed"), std::string::npos) << absent.err;
+    }
+    const CliRun brief = runCli({"monitor", "--room", good, "--seconds", "3"}, 60000);
+    EXPECT_EQ(brief.status, 11) << brief.out << brief.err;
+    EXPECT_NE(brief.out.find("not settled"), std::string::npos) << brief.out;
+    EXPECT_EQ(brief.out.find("no camera moved"), std::string::npos) << brief.out;
+}
+
 // On the virtual room clock: one scene records to the same file twice, every replay of it
 // writes the same room and report, and a file that is no recording is refused by status.
 TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
@@ -270,6 +406,9 @@ TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
     EXPECT_FALSE(rooms[0].empty());
     EXPECT_EQ(rooms[0], rooms[1]);
     EXPECT_EQ(reports[0], reports[1]);
+    const CliRun watched = runCli({"monitor", "--replay", first, "--room", inTemporary("replayed_a.json")});
+    EXPECT_EQ(watched.status, 0) << watched.out << watched.err;
+    EXPECT_NE(watched.out.find("no camera moved"), std::string::npos) << watched.out;
 
     const CliRun notARecording =
         runCli({"calibrate", "--replay", QString::fromStdString(writeText("bad.rec", "not a recording")), "--output",

@@ -389,6 +389,18 @@ private slots:
         };
         QVERIFY(allInView());
 
+        // Each camera is named beside its model, and no two share a colour.
+        const std::vector<CameraLabel>& labels = viewer->cameraLabels();
+        QCOMPARE(labels.size(), size_t(4));
+        for (const CameraLabel& label : labels) {
+            const QPoint model = pixelOf(*viewer, corners[label.camera - 41010]);
+            QVERIFY((label.position - QPointF(model)).manhattanLength() < 2.0);
+            for (const CameraLabel& other : labels)
+                if (other.camera != label.camera)
+                    QVERIFY2(PaletteGenerator::deltaE(label.colour, other.colour) >= 25.f,
+                             qPrintable(label.colour.name() + " " + other.colour.name()));
+        }
+
         // A long sideways drag turns the room about its middle: it stays in view.
         const QPoint before = pixelOf(*viewer, corners[0]);
         send(*viewer, QEvent::MouseButtonPress, {100, 300}, Qt::LeftButton);

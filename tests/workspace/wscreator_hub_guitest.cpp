@@ -10,7 +10,6 @@
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTemporaryDir>
-#include <QTimer>
 #include <QTreeWidget>
 
 #include <nlohmann/json.hpp>
@@ -65,6 +64,10 @@ private:
     template <typename T>
     T* widget(const char* name) { return find<T>(*dialog_, name); }
     void click(const char* name) { QTest::mouseClick(widget<QAbstractButton>(name), Qt::LeftButton); }
+    // Hub requests answer on the event loop; nothing in the dialog waits for them.
+    bool hubAnswered() {
+        return QTest::qWaitFor([this] { return !dialog_->hubRequestUnderway(); }, 30000);
+    }
     json admin(REST_VERB verb, const QString& path, const json& body = json::object());
     json workspaceOnDisk(int id);
 
@@ -202,25 +205,33 @@ void WSCreatorHubTest::signIn() {
 
     password->setText("wrong");
     click("hub_connection_button");
+    QVERIFY(hubAnswered());
     QCOMPARE(prompts_.lastTitle(), QString("Connection error"));
     QCOMPARE(prompts_.lastText(), QString("Secure connection to PYRA HUB could not be established."));
     QVERIFY(widget<QWidget>("hub_frame")->isHidden());
 
-    // While a slow sign-in runs the dialog keeps handling events, and the button that
-    // started it cannot start a second one.
+    // A slow hub holds nothing: the click returns at once, the buttons that would start a
+    // second request are off, and a cancel drops the answer without a word.
     password->setText("s3cret");
-    admin(PUT, "/_admin/faults", {{"delay_ms", 1500}});
-    bool enabledDuringRequest = true;
-    QTimer::singleShot(50, this, [&] {
-        enabledDuringRequest = widget<QPushButton>("hub_connection_button")->isEnabled();
-        click("hub_connection_button");
-        admin(PUT, "/_admin/faults", json::object());  // only the sign-in is slow
-    });
     const std::size_t boxes = prompts_.messages.size();
+    admin(PUT, "/_admin/faults", {{"delay_ms", 3000}});
     click("hub_connection_button");
-    QVERIFY(!enabledDuringRequest);
-    QCOMPARE(prompts_.messages.size(), boxes);
+    QVERIFY(dialog_->hubRequestUnderway());
+    QVERIFY(!widget<QPushButton>("hub_connection_button")->isEnabled());
+    QVERIFY(!widget<QAbstractButton>("create_toolButton")->isEnabled());
+    click("hub_connection_button");
+    click("hub_cancel_button");
+    QVERIFY(!dialog_->hubRequestUnderway());
     QVERIFY(widget<QPushButton>("hub_connection_button")->isEnabled());
+    QVERIFY(widget<QPushButton>("hub_cancel_button")->isHidden());
+    admin(PUT, "/_admin/faults", json::object());
+    QTest::qWait(200);
+    QCOMPARE(prompts_.messages.size(), boxes);
+    QVERIFY(widget<QWidget>("hub_frame")->isHidden());
+
+    click("hub_connection_button");
+    QVERIFY(hubAnswered());
+    QCOMPARE(prompts_.messages.size(), boxes);
 
     QSettings settings("Tarsel", "PYRA HUB");
     QCOMPARE(settings.value("username").toString(), QString("ana"));
@@ -242,6 +253,7 @@ void WSCreatorHubTest::publishingCamerasTaken() {
     QSignalSpy rooms(dialog_.get(), &WSCreator::FusionConfigReady);
     auto* list = widget<QTreeWidget>("camera_list");
     click("hub_retrieve_button");
+    QVERIFY(hubAnswered());
     QCOMPARE(list->topLevelItemCount(), 3);
     QCOMPARE(list->topLevelItem(0)->text(0), "Corner A - SN41001 - 127.0.0.1:" + QString::number(relayPort_));
     QCOMPARE(list->topLevelItem(2)->text(0), QString("Corner C - SN41003 - NOT PUBLISHING"));
@@ -275,6 +287,7 @@ void WSCreatorHubTest::publishingCamerasTaken() {
     // An unticked device is left out.
     widget<QListWidget>("device_list")->item(1)->setCheckState(Qt::Unchecked);
     click("hub_retrieve_button");
+    QVERIFY(hubAnswered());
     QCOMPARE(prompts_.lastText(), QString("1 cameras are currently publishing data."));
     QCOMPARE(list->topLevelItemCount(), 2);
 }
@@ -282,6 +295,7 @@ void WSCreatorHubTest::publishingCamerasTaken() {
 void WSCreatorHubTest::storedCalibrationTakenOrRefused() {
     QSignalSpy rooms(dialog_.get(), &WSCreator::FusionConfigReady);
     widget<QComboBox>("workspace_combo")->setCurrentIndex(1);
+    QVERIFY(hubAnswered());
     click("hub_calib_button");
     QCOMPARE(prompts_.lastText(), QString("2 cameras are registered in the workspace."));
     QCOMPARE(widget<QTreeWidget>("camera_list")->topLevelItemCount(), 2);
@@ -296,19 +310,22 @@ void WSCreatorHubTest::storedCalibrationTakenOrRefused() {
             for (int k = 0; k < 4; ++k) QVERIFY(std::abs(cameras[i].pose(r, k) - calibrated_[i].pose(r, k)) < 1e-5f);
     }
 
-    // Neither member of "Broken" is usable: refused, and the unusable calibration is dropped
-    // from the workspace while the rest of its user data stays.
+    // Neither member of "Broken" is usable: refused, and the workspace is left as it was: a
+    // calibration this version cannot read may still be someone's only copy.
     widget<QComboBox>("workspace_combo")->setCurrentIndex(2);
+    QVERIFY(hubAnswered());
     click("hub_calib_button");
     QCOMPARE(prompts_.lastText(), QString("Invalid calibration in this workspace."));
     QCOMPARE(dialog_->sourceKind(), int(WSCreator::SOURCE_NONE));
     click("create_toolButton");
     QCOMPARE(rooms.size(), 0);
-    QCOMPARE(workspaceOnDisk(3)["user_data"], json({{"owner", "x"}}));
+    QCOMPARE(workspaceOnDisk(3)["user_data"]["owner"], json("x"));
+    QVERIFY(workspaceOnDisk(3)["user_data"].contains("calibration_data"));
 }
 
 void WSCreatorHubTest::pushKeepsUserDataAndHappensOnce() {
     widget<QComboBox>("workspace_combo")->setCurrentIndex(0);
+    QVERIFY(hubAnswered());
     QCOMPARE(dialog_->selectedWorkspaceId(), QString("1"));
     QSignalSpy outcomes(dialog_.get(), &WSCreator::calibrationStored);
     // A hub that takes its time never holds the caller: the push is still under way when
@@ -332,6 +349,26 @@ void WSCreatorHubTest::pushKeepsUserDataAndHappensOnce() {
                                       lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
     QCOMPARE(outcomes.count(), 1);
     QCOMPARE(workspaceOnDisk(1)["user_data"], expected);
+
+    // What was just stored reads back in the same session, and reading it rewrites nothing.
+    widget<QComboBox>("workspace_combo")->setCurrentIndex(0);
+    QVERIFY(hubAnswered());
+    click("hub_calib_button");
+    QCOMPARE(prompts_.lastText(), QString("2 cameras are registered in the workspace."));
+    QCOMPARE(dialog_->sourceKind(), int(WSCreator::SOURCE_HUB));
+    QCOMPARE(workspaceOnDisk(1)["user_data"], expected);
+
+    // A push given up on (the window closing) says so, and nothing is waited for.
+    admin(PUT, "/_admin/faults", {{"delay_ms", 3000}});
+    dialog_->onConfigurationFileReady(calibrated_, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER);
+    QVERIFY(dialog_->uploadUnderway());
+    dialog_->cancelUpload();
+    QVERIFY(!dialog_->uploadUnderway());
+    QCOMPARE(outcomes.count(), 2);
+    QCOMPARE(outcomes.at(1).at(0).toString(),
+             QString("The calibration was not stored in workspace Studio: Halden stopped waiting for the hub."));
+    QVERIFY(!outcomes.at(1).at(1).toBool());
+    admin(PUT, "/_admin/faults", json::object());
 }
 
 QTEST_MAIN(WSCreatorHubTest)

@@ -13,6 +13,7 @@
 
 #include "calibration/calibration_verdict.hpp"
 #include "calibration/report_json.hpp"
+#include "tools/halden_cli/output_paths.hpp"
 
 namespace {
 
@@ -55,9 +56,12 @@ void roundFigures(nlohmann::ordered_json& value) {
 // A replay's report leaves out the solve's wall time and rounds its figures, so that every
 // replay of a recording writes the same bytes.
 bool writeReport(const std::string& path, const CalibrationReport& report, bool replayed, std::string& problem) {
-    QSaveFile file(QString::fromStdString(path));
+    // Checked again: in the minute of walking, the name may have become a link or a device.
+    const std::string target = writableTarget(path, "--report", problem);
+    if (target.empty()) return false;
+    QSaveFile file(QString::fromStdString(target));
     if (!file.open(QIODevice::WriteOnly)) {
-        problem = file.errorString().toStdString();
+        problem = "--report " + path + ": " + file.errorString().toStdString();
         return false;
     }
     nlohmann::ordered_json document = toJson(report);
@@ -68,7 +72,7 @@ bool writeReport(const std::string& path, const CalibrationReport& report, bool 
     const std::string text = document.dump(2) + "\n";
     file.write(text.data(), static_cast<qint64>(text.size()));
     if (!file.commit()) {
-        problem = file.errorString().toStdString();
+        problem = "--report " + path + ": " + file.errorString().toStdString();
         return false;
     }
     return true;
@@ -97,7 +101,11 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
             [this](const CameraPeopleList& cameras) { people = calib::describe(cameras); });
     // Emitted on this thread from finishCalib(), once the save was attempted.
     connect(&worker, &FusionWorker::CalibrationConfigurationReady, this,
-            [this] { configurationPublished = true; }, Qt::DirectConnection);
+            [this](const std::vector<lum::FusionConfiguration>& calibrated) {
+                configurationPublished = true;
+                unsaved = calibrated;
+            },
+            Qt::DirectConnection);
 
     // The worker starts the calibration before its first set and stops collecting after
     // --seconds of its own clock, so a replay collects the same frames on every run.
@@ -190,8 +198,16 @@ void CalibrationSession::finish() {
     QCoreApplication::sendPostedEvents(this);
     if (!written) {
         if (configurationPublished) {
-            std::cerr << "halden-cli: could not write " << options.output
-                      << std::endl;
+            std::cerr << "halden-cli: could not write " << options.output << std::endl;
+            std::string problem;
+            const std::string kept = keepUnsavedCalibration(unsaved, problem);
+            if (kept.empty())
+                std::cerr << "halden-cli: the calibration is lost: no fallback file could be written either: "
+                          << problem << std::endl;
+            else
+                std::cerr << "halden-cli: the calibration of " << unsaved.size() << " cameras is kept in " << kept
+                          << "; copy it where it belongs" << std::endl;
+            result.message = kept.empty() ? "could not write " + options.output : "calibration kept in " + kept;
             end(kWriteFailed);
         } else {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
@@ -206,7 +222,7 @@ void CalibrationSession::finish() {
     result.output = options.output;
     result.saved = saved;
     out() << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
-              << " frames, " << solves << " solves)" << std::endl;
+          << " frames, " << solves << " solves)" << std::endl;
     const bool partial = reportLeftOut(saved, refused);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
@@ -234,7 +250,7 @@ void CalibrationSession::finish() {
             return;
         }
         if (!writeReport(options.report, *lastUsable, !options.replay.empty(), problem)) {
-            std::cerr << "halden-cli: could not write the report " << options.report << ": " << problem << std::endl;
+            std::cerr << "halden-cli: could not write the report: " << problem << std::endl;
             end(kWriteFailed);
             return;
         }

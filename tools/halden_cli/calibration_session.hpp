@@ -57,6 +57,8 @@ private:
     bool configurationPublished = false;
     int percent = 0;
     int solves = 0;
+    // What finishCalib tried to save, kept elsewhere when its file cannot be written.
+    std::vector<lum::FusionConfiguration> unsaved;
     std::optional<CalibrationReport> lastUsable;
     std::optional<double> lastRmsMm;
     std::string people;

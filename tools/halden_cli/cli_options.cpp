@@ -93,7 +93,9 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while peop
                      everything else goes to standard error
 monitor      Runs a calibrated room (a file saved by calibrate) and reports every camera
              that moves away from its calibrated pose, with how far it moved, until
-             --seconds have passed (default 60) or Ctrl-C.
+             --seconds have passed (default 60) or Ctrl-C. The watch first settles on
+             30 s of people walking in view; until every camera has settled it says
+             "not settled" rather than that nothing moved.
              With --replay, watches a recording against the calibrated room instead.
 record       Records a room's cameras (their bodies as received, and the room) into a
              recording for --replay, for --seconds (default 60) or until Ctrl-C. A file
@@ -121,13 +123,19 @@ Exit status:
   4  the fusion could not start (fewer than two cameras opened or subscribed)
   5  nothing to save: no calibration could be computed from what was collected
   6  the calibration, the report or the export could not be written (a calibration's
-     files are checked before collecting too)
+     files are checked before collecting too: only a regular file or a new name, never
+     both through one file). A calibration whose file failed at the end is kept in
+     $XDG_STATE_HOME/halden (default ~/.local/state/halden), else in $TMPDIR (default
+     /tmp); the message names the file
   7  partial: a calibration was written, but some cameras of the room were left out of it
      (never opened or subscribed, or no usable keypoint shared with another camera)
   8  monitor: a camera moved
   9  the recording to replay could not be read: missing, not a recording, from a newer
      Halden, or its room is damaged. A recording damaged or cut short after its room is
      replayed up to the damage, with a warning saying where, and exits as above
+ 10  monitor: the room cannot be watched (a camera that never opened or subscribed, or
+     poses that cannot be a calibration: cameras at one spot or kilometres away)
+ 11  monitor: not settled: the watch ended before every camera could be judged
 )";
 }
 

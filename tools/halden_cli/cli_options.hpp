@@ -20,6 +20,8 @@ enum CliStatus : int {
     kPartial = 7,
     kCameraMoved = 8,
     kBadRecording = 9,
+    kCannotWatch = 10,
+    kNotSettled = 11,
 };
 
 struct CliOptions {

@@ -6,12 +6,17 @@
 #include <QTimer>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "fusion/recorded_source.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+
+// Why the poses of `room` cannot be a calibration (a camera kilometres away, two at one
+// spot), or empty when they could be.
+std::string implausiblePoses(const std::vector<lum::FusionConfiguration>& room);
 
 class MonitorSession : public QObject {
     Q_OBJECT
@@ -21,12 +26,15 @@ public:
     MonitorSession(CliOptions options, std::vector<lum::FusionConfiguration> room,
                    std::unique_ptr<rec::RecordingReader> replay = nullptr);
 
-    // Starts the fusion; the session ends the event loop with 0 (nothing moved),
-    // kCameraMoved, or kFusionNotStarted.
+    // Starts the fusion; the session ends the event loop with 0 (every camera judged and
+    // none moved), kCameraMoved, kNotSettled, kCannotWatch or kFusionNotStarted.
     void start();
     void interrupt();
 
 private:
+    void conclude();
+    // The room's serials missing from `present`.
+    std::vector<int> missing(const std::vector<int>& present) const;
     void end(int status);
 
     CliOptions options;

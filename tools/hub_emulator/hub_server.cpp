@@ -21,9 +21,13 @@ void answerError(httplib::Response& response, int status, const std::string& err
     answer(response, status, {{"error", error}, {"error_description", description}});
 }
 
-// A slow or silent client must not hold a worker for long.
+// A slow or silent client must not hold a worker for long: two seconds for each read and
+// write, and five for a whole request however it trickles in.
 constexpr int kSocketTimeoutSeconds = 2;
-constexpr size_t kWorkers = 64;
+constexpr std::chrono::milliseconds kRequestDeadline{5000};
+// Room for many idle or trickling connections at once; each waits on a socket, and the
+// deadline frees it within seconds.
+constexpr size_t kWorkers = 256;
 
 // The body as a JSON object, or an answer saying why not.
 std::optional<json> objectBody(const httplib::Request& request, httplib::Response& response) {
@@ -40,7 +44,7 @@ bool isLoopback(const std::string& address) {
 }  // namespace
 
 HubServer::HubServer(HubState& state, const HubFaults& faults, bool adminEnabled)
-    : state_(state), adminEnabled_(adminEnabled), faults_(faults) {
+    : state_(state), server_(kRequestDeadline), adminEnabled_(adminEnabled), faults_(faults) {
     server_.set_payload_max_length(kMaxBodyBytes);
     server_.set_read_timeout(kSocketTimeoutSeconds, 0);
     server_.set_write_timeout(kSocketTimeoutSeconds, 0);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tools/hub_emulator/hub_state.hpp"
+#include "tools/hub_emulator/request_deadline.hpp"
 
 #include <httplib.h>
 
@@ -39,7 +40,7 @@ private:
     void record(const httplib::Request& request);
 
     HubState& state_;
-    httplib::Server server_;
+    DeadlineServer server_;
     bool adminEnabled_;
 
     std::mutex mutex_;

@@ -8,7 +8,13 @@
 #include <random>
 #include <sstream>
 
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 using nlohmann::json;
 
@@ -56,6 +62,72 @@ std::string checkDocument(const json& document) {
             return where + ".devices: expected an array";
     }
     return {};
+}
+
+// Raised when the data would outgrow its file: the text stops growing there rather than
+// after a deep document's indentation has taken dozens of times its size.
+struct TooLarge {};
+
+class BoundedText : public nlohmann::detail::output_adapter_protocol<char> {
+public:
+    BoundedText(std::string& text, std::size_t limit) : text_(text), limit_(limit) {}
+    void write_character(char c) override {
+        if (text_.size() >= limit_) throw TooLarge{};
+        text_.push_back(c);
+    }
+    void write_characters(const char* s, std::size_t length) override {
+        if (text_.size() + length > limit_) throw TooLarge{};
+        text_.append(s, length);
+    }
+
+private:
+    std::string& text_;
+    std::size_t limit_;
+};
+
+std::string folderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The data file holds passwords and the client secret: a link to it stays a link, and the
+// file keeps its owner's permissions. The temporary file is private from its creation.
+bool replaceThroughLinks(std::string path, const std::string& text, std::string* error) {
+    for (int hop = 0; hop < 40; ++hop) {
+        struct stat info {};
+        char target[4096];
+        if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) break;
+        const ssize_t length = ::readlink(path.c_str(), target, sizeof target - 1);
+        if (length <= 0) break;
+        const std::string next(target, std::size_t(length));
+        path = next.front() == '/' ? next : folderOf(path) + "/" + next;
+    }
+    struct stat existing {};
+    const bool exists = ::stat(path.c_str(), &existing) == 0;
+    if (exists && !S_ISREG(existing.st_mode)) {
+        *error = path + ": not a regular file";
+        return false;
+    }
+    std::string temporary = path + ".XXXXXX";
+    const int fd = ::mkstemp(&temporary[0]);
+    if (fd < 0) {
+        *error = path + ": cannot create a temporary file beside it: " + std::strerror(errno);
+        return false;
+    }
+    bool ok = ::fchmod(fd, exists ? (existing.st_mode & 07777) : mode_t(0600)) == 0;
+    for (std::size_t done = 0; ok && done < text.size();) {
+        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        ok = n > 0;
+        if (ok) done += std::size_t(n);
+    }
+    const int failure = ok && ::fsync(fd) == 0 ? 0 : (errno ? errno : EIO);
+    const bool closed = ::close(fd) == 0;
+    if (failure == 0 && closed && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
+    *error = path + ": cannot be replaced: " + std::strerror(failure ? failure : errno);
+    ::unlink(temporary.c_str());
+    return false;
 }
 
 }  // namespace
@@ -197,27 +269,27 @@ HubState::Update HubState::updateWorkspace(const std::string& user, const std::s
     json before = *workspace;
     if (body.contains("name") && body["name"].is_string()) (*workspace)["name"] = body["name"];
     if (body.contains("user_data")) (*workspace)["user_data"] = body["user_data"];
-    if (save(error)) return Update::Done;
-    *workspace = std::move(before);
-    return Update::WriteFailed;
+    const bool saved = save(error);
+    if (!saved) *workspace = std::move(before);
+    // A large request leaves its pages in the allocator of the worker thread that parsed
+    // it; without handing them back, each of many threads keeps its own high-water mark.
+    before = json();
+    ::malloc_trim(0);
+    return saved ? Update::Done : Update::WriteFailed;
 }
 
 bool HubState::save(std::string* error) const {
-    const std::string temporary = path_ + ".tmp" + std::to_string(::getpid());
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << document_.dump(2) << '\n';
-        out.flush();
-        if (!out) {
-            *error = temporary + ": cannot be written";
-            std::remove(temporary.c_str());
-            return false;
-        }
-    }
-    if (std::rename(temporary.c_str(), path_.c_str()) != 0) {
-        *error = path_ + ": cannot be replaced";
-        std::remove(temporary.c_str());
+    std::string text;
+    try {
+        BoundedText bounded(text, kMaxDataFileBytes);
+        nlohmann::detail::serializer<json> serializer(
+            std::shared_ptr<nlohmann::detail::output_adapter_protocol<char>>(&bounded, [](auto*) {}), ' ',
+            json::error_handler_t::replace);
+        serializer.dump(document_, true, false, 2);
+    } catch (const TooLarge&) {
+        *error = "the hub's data would take more than " + std::to_string(kMaxDataFileBytes >> 20) + " MiB";
         return false;
     }
-    return true;
+    text += '\n';
+    return replaceThroughLinks(path_, text, error);
 }

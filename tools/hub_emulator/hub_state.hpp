@@ -5,11 +5,15 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+
+// The data file never grows past this; an update that would take it further is refused.
+constexpr std::size_t kMaxDataFileBytes = 16u << 20;
 
 class HubState {
 public:
@@ -35,7 +39,9 @@ public:
                                                    const std::string& deviceId) const;
 
     enum class Update { Done, NotFound, WriteFailed };
-    // Takes "name" and "user_data" from the body and saves the file.
+    // Takes "name" and "user_data" from the body and saves the file (through links, keeping
+    // its permissions); WriteFailed when it cannot, or when the data would outgrow
+    // kMaxDataFileBytes, and then nothing changes.
     Update updateWorkspace(const std::string& user, const std::string& id, const nlohmann::json& body,
                            std::string* error);
 

@@ -3,6 +3,8 @@
 #include "tools/hub_emulator/hub_server.hpp"
 #include "tools/hub_emulator/hub_state.hpp"
 
+#include <malloc.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -74,6 +76,9 @@ int main(int argc, char** argv) {
         }
     }
     if (dataPath.empty()) return usageError("--data FILE is required");
+    // Each of the many worker threads would otherwise get an allocator arena of its own,
+    // and keep what the largest request it served once took.
+    mallopt(M_ARENA_MAX, 2);
 
     std::string error;
     const std::unique_ptr<HubState> state = HubState::load(dataPath, &error);

@@ -1,18 +1,25 @@
 // Scene documents: the embedded default room and strict parsing of scene files.
 // Every field is optional with the documented default; a wrong type is named, never guessed.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <memory>
+#include <map>
 #include <mutex>
+#include <set>
 #include <sstream>
+#include <type_traits>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "pyra_sim/scene.hpp"
+#include "printable_text.hpp"
 #include "sim/hash_random.hpp"
 
 namespace pyra_sim {
@@ -38,21 +45,32 @@ lum::Transform lookAt(const lum::Vector3f& position, const lum::Vector3f& target
     return t;
 }
 
-// Reads typed fields and keeps the first problem, named by its path in the document.
+// Reads typed fields and keeps the first problem, named by its path in the document. Every
+// key it is asked for is remembered, so whatever else an object holds (a misspelt
+// setting that would silently keep its default) is refused by name.
 class FieldReader {
 public:
     explicit FieldReader(std::string* error) : error_(error) {}
     bool ok() const { return ok_; }
 
     void fail(const std::string& path, const std::string& what) {
-        if (ok_ && error_) *error_ = "\"" + path + "\" " + what;
+        if (ok_ && error_) *error_ = lum::printableText("\"" + path + "\" " + what);
         ok_ = false;
+    }
+
+    // An object whose unknown keys refuseUnknown() will name, `path` ending in "." or empty.
+    void visit(const json& object, const std::string& path) { visited_.emplace_back(&object, path); }
+
+    const json* find(const json& object, const char* key) {
+        seen_[&object].insert(key);
+        auto it = object.find(key);
+        return it == object.end() ? nullptr : &*it;
     }
 
     template <typename T>
     void number(const json& object, const char* key, const std::string& path, T& value, double lo, double hi) {
-        auto it = object.find(key);
-        if (it == object.end()) return;
+        const json* it = find(object, key);
+        if (!it) return;
         std::string where = path + key;
         if (!it->is_number()) return fail(where, "must be a number");
         double v = it->get<double>();
@@ -61,19 +79,21 @@ public:
             range << "must be between " << lo << " and " << hi;
             return fail(where, range.str());
         }
+        // 41001.7 is no serial number and 2.5 no head count; truncating would hide the typo.
+        if (std::is_integral<T>::value && std::floor(v) != v) return fail(where, "must be a whole number");
         value = static_cast<T>(v);
     }
 
     void boolean(const json& object, const char* key, const std::string& path, bool& value) {
-        auto it = object.find(key);
-        if (it == object.end()) return;
+        const json* it = find(object, key);
+        if (!it) return;
         if (!it->is_boolean()) return fail(path + key, "must be true or false");
         value = it->get<bool>();
     }
 
     bool vector3(const json& object, const char* key, const std::string& path, lum::Vector3f& value) {
-        auto it = object.find(key);
-        if (it == object.end()) return false;
+        const json* it = find(object, key);
+        if (!it) return false;
         if (!it->is_array() || it->size() != 3) {
             fail(path + key, "must be an array of 3 numbers");
             return false;
@@ -90,18 +110,29 @@ public:
     }
 
     const json* object(const json& parent, const char* key, const std::string& path) {
-        auto it = parent.find(key);
-        if (it == parent.end()) return nullptr;
+        const json* it = find(parent, key);
+        if (!it) return nullptr;
         if (!it->is_object()) {
             fail(path + key, "must be an object");
             return nullptr;
         }
-        return &*it;
+        visit(*it, path + key + ".");
+        return it;
+    }
+
+    void refuseUnknown() {
+        for (const auto& [object, path] : visited_) {
+            const std::set<std::string>& known = seen_[object];
+            for (const auto& member : object->items())
+                if (!known.count(member.key())) return fail(path + member.key(), "is not a known setting");
+        }
     }
 
 private:
     std::string* error_;
     bool ok_ = true;
+    std::map<const json*, std::set<std::string>> seen_;
+    std::vector<std::pair<const json*, std::string>> visited_;
 };
 
 void readNoise(FieldReader& in, const json& j, const std::string& path, NoiseSettings& n) {
@@ -120,8 +151,8 @@ void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSe
     in.number(j, "knock_after_s", path, f.knockAfterSeconds, 0.0, 1e7);
     in.vector3(j, "knock_rotation_deg", path, f.knockRotationDeg);
     in.vector3(j, "knock_shift", path, f.knockShift);
-    auto it = j.find("sdk_version");
-    if (it == j.end()) return;
+    const json* it = in.find(j, "sdk_version");
+    if (!it) return;
     std::array<int, 3> v{};
     char dot1 = 0, dot2 = 0;
     std::istringstream text(it->is_string() ? it->get<std::string>() : std::string());
@@ -133,6 +164,7 @@ void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSe
 
 void readCamera(FieldReader& in, const json& j, const std::string& path, CameraSettings& c) {
     if (!j.is_object()) return in.fail(path, "must be an object");
+    in.visit(j, path);
     if (!j.contains("serial")) return in.fail(path + "serial", "is missing");
     in.number(j, "serial", path, c.serial, 1.0, 4294967295.0);
     lum::Vector3f position(0.f, 2.5f, 0.f), target(0.f, 1.f, 0.f), rotation;
@@ -199,9 +231,24 @@ Scene defaultScene() {
 }
 
 bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
-    json doc = json::parse(jsonText, nullptr, false);
+    // The parser keeps the last of two members with one key; the first would be lost unseen.
+    std::vector<std::set<std::string>> keysByDepth;
+    std::string repeated;
+    const json::parser_callback_t findRepeats = [&](int, json::parse_event_t event, json& parsed) {
+        if (event == json::parse_event_t::object_start) keysByDepth.emplace_back();
+        else if (event == json::parse_event_t::object_end && !keysByDepth.empty()) keysByDepth.pop_back();
+        else if (event == json::parse_event_t::key && !keysByDepth.empty() &&
+                 !keysByDepth.back().insert(parsed.get<std::string>()).second && repeated.empty())
+            repeated = parsed.get<std::string>();
+        return true;
+    };
+    json doc = json::parse(jsonText, findRepeats, false);
     if (doc.is_discarded()) {
         if (error) *error = "not a JSON document";
+        return false;
+    }
+    if (!repeated.empty()) {
+        if (error) *error = lum::printableText("\"" + repeated.substr(0, 40) + "\" appears twice in one object");
         return false;
     }
     if (!doc.is_object()) {
@@ -211,6 +258,7 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
     Scene s;
     s.cameras.clear();
     FieldReader in(error);
+    in.visit(doc, "");
     if (const json* room = in.object(doc, "room", "")) {
         in.number(*room, "width", "room.", s.width, 1.0, 100.0);
         in.number(*room, "length", "room.", s.length, 1.0, 100.0);
@@ -230,8 +278,8 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
         if (s.people.maxHeight < s.people.minHeight) in.fail("people.max_height", "must not be below \"min_height\"");
         if (s.people.maxSpeed < s.people.minSpeed) in.fail("people.max_speed", "must not be below \"min_speed\"");
     }
-    auto cams = doc.find("cameras");
-    if (cams != doc.end()) {
+    const json* cams = in.find(doc, "cameras");
+    if (cams) {
         if (!cams->is_array()) {
             in.fail("cameras", "must be an array");
         } else if (cams->size() > 64) {
@@ -246,34 +294,41 @@ bool parseScene(const std::string& jsonText, Scene& scene, std::string* error) {
             }
         }
     }
+    in.refuseUnknown();
     if (!in.ok()) return false;
     scene = s;
     return true;
 }
 
 bool loadScene(const std::string& path, Scene& scene, std::string* error) {
+    // Opened without blocking and checked on the descriptor, so a pipe or a device named
+    // as the scene is refused rather than read for ever.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat info {};
-    if (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
-        if (error) *error = path + ": is a folder, not a scene file";
-        return false;
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        if (error) *error = path + ": cannot be read";
-        return false;
-    }
+    std::string problem;
+    if (fd < 0 || ::fstat(fd, &info) != 0) problem = "cannot be read";
+    else if (S_ISDIR(info.st_mode)) problem = "is a folder, not a scene file";
+    else if (!S_ISREG(info.st_mode)) problem = "is not a regular file, not a scene file";
+    else if (info.st_size > (4 << 20)) problem = "larger than 4 MiB, not a scene";
     std::string text;
     char buffer[65536];
-    while (file.read(buffer, sizeof buffer) || file.gcount() > 0) {
-        text.append(buffer, size_t(file.gcount()));
-        if (text.size() > (4u << 20)) {
-            if (error) *error = path + ": larger than 4 MiB, not a scene";
-            return false;
-        }
+    while (problem.empty()) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) problem = "cannot be read";
+        if (n <= 0) break;
+        text.append(buffer, size_t(n));
+        // Bounded even if the file grows while it is read.
+        if (text.size() > (4u << 20)) problem = "larger than 4 MiB, not a scene";
+    }
+    if (fd >= 0) ::close(fd);
+    if (!problem.empty()) {
+        if (error) *error = lum::printableText(path) + ": " + problem;
+        return false;
     }
     std::string why;
     if (!parseScene(text, scene, &why)) {
-        if (error) *error = path + ": " + why;
+        if (error) *error = lum::printableText(path) + ": " + why;
         return false;
     }
     return true;
