@@ -1,12 +1,15 @@
-// Refined skeleton calibration solve: one block per frame and camera pair, analytic
-// tangent-space Jacobians, robust weights refreshed between plain least-squares rounds.
+// Refined skeleton calibration solve: joints summed per camera pair once per round, robust
+// weights refreshed between plain least-squares rounds; the per-frame block is the yardstick.
 #include "calibration/refined_solver.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Geometry>
+
+#include "calibration/refined_moments.hpp"
 
 namespace calib {
 
@@ -41,39 +44,57 @@ Eigen::Matrix3d skew(const Eigen::Vector3d& v) {
 std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped) {
     std::vector<FramePair> out;
     int skipped = 0;
+    // Each body's joints are checked once, not once for every camera it pairs with.
+    struct Joint {
+        Eigen::Vector3d point;
+        Eigen::Matrix3d covariance;
+        bool seen = false, usable = false;
+    };
+    std::vector<std::array<Joint, kMaxKeypoints>> checked;
     for (const auto& [ts, bodies] : frames) {
-        for (auto a = bodies.begin(); a != bodies.end(); ++a) {
-            for (auto b = std::next(a); b != bodies.end(); ++b) {
+        checked.resize(bodies.size());
+        size_t body = 0;
+        for (const auto& [camera, data] : bodies) {
+            std::array<Joint, kMaxKeypoints>& joints = checked[body++];
+            const size_t n = std::min(data.keypoint.size(), size_t(kMaxKeypoints));
+            for (size_t k = 0; k < size_t(kMaxKeypoints); ++k) {
+                Joint& joint = joints[k];
+                joint.seen = k < n && std::isfinite(data.keypoint[k].x);
+                if (!joint.seen) continue;
+                const lum::Vector3f& p = data.keypoint[k];
+                joint.point = Eigen::Vector3d(p.x, p.y, p.z);
+                joint.covariance = covarianceOf(data, k);
+                joint.usable = joint.point.allFinite() && joint.point.norm() >= 1e-6 && usableCovariance(joint.covariance);
+            }
+        }
+        size_t indexA = 0;
+        for (auto a = bodies.begin(); a != bodies.end(); ++a, ++indexA) {
+            size_t indexB = indexA + 1;
+            for (auto b = std::next(a); b != bodies.end(); ++b, ++indexB) {
                 FramePair pair;
                 pair.cameraA = a->first;
                 pair.cameraB = b->first;
                 const size_t n = std::min({a->second.keypoint.size(), b->second.keypoint.size(), size_t(kMaxKeypoints)});
                 for (size_t k = 0; k < n; ++k) {
-                    const lum::Vector3f& pa = a->second.keypoint[k];
-                    const lum::Vector3f& pb = b->second.keypoint[k];
+                    const Joint& ja = checked[indexA][k];
+                    const Joint& jb = checked[indexB][k];
+                    // A NaN x marks a joint the tracker did not see; anything else unusable is a fault.
+                    if (!ja.seen || !jb.seen) continue;
+                    if (!ja.usable || !jb.usable) {
+                        ++skipped;
+                        continue;
+                    }
                     JointPair joint;
-                    joint.a = Eigen::Vector3d(pa.x, pa.y, pa.z);
-                    joint.b = Eigen::Vector3d(pb.x, pb.y, pb.z);
-                    // A NaN x marks a joint the tracker did not see; anything else non-finite is a fault.
-                    if (!std::isfinite(pa.x) || !std::isfinite(pb.x)) continue;
-                    if (!joint.a.allFinite() || !joint.b.allFinite()) {
-                        ++skipped;
-                        continue;
-                    }
-                    joint.covarianceA = covarianceOf(a->second, k);
-                    joint.covarianceB = covarianceOf(b->second, k);
-                    if (joint.a.norm() < 1e-6 || joint.b.norm() < 1e-6 || !usableCovariance(joint.covarianceA) ||
-                        !usableCovariance(joint.covarianceB)) {
-                        ++skipped;
-                        continue;
-                    }
+                    joint.a = ja.point;
+                    joint.b = jb.point;
+                    joint.covarianceA = ja.covariance;
+                    joint.covarianceB = jb.covariance;
                     joint.rayA = joint.a.normalized();
                     joint.rayB = joint.b.normalized();
                     joint.keypoint = int(k);
                     pair.joints.push_back(joint);
                 }
                 if (pair.joints.empty()) continue;
-                pair.weights.assign(pair.joints.size(), Eigen::Matrix3d::Identity());
                 out.push_back(std::move(pair));
             }
         }
@@ -84,6 +105,12 @@ std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped) {
 
 std::vector<CameraPairData> toCameraPairs(const std::vector<FramePair>& pairs) {
     std::map<std::pair<int, int>, CameraPairData> byPair;
+    std::map<std::pair<int, int>, size_t> sizes;
+    for (const FramePair& pair : pairs) sizes[{pair.cameraA, pair.cameraB}] += pair.joints.size();
+    for (const auto& [key, size] : sizes) {
+        byPair[key].pairs.reserve(size);
+        byPair[{key.second, key.first}].pairs.reserve(size);
+    }
     for (const FramePair& pair : pairs) {
         for (const bool swap : {false, true}) {
             CameraPairData& data = byPair[swap ? std::make_pair(pair.cameraB, pair.cameraA)
@@ -153,70 +180,100 @@ bool FramePairCost::Evaluate(double const* const* parameters, double* residuals,
     return true;
 }
 
+Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
+                            const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
+                            const RefinedOptions& options) {
+    const double model = 2.0 * options.jointSigma * options.jointSigma;
+    Eigen::Matrix3d covariance = rA * joint.covarianceA * rA.transpose() + rB * joint.covarianceB * rB.transpose();
+    covariance.diagonal().array() += model;
+    const Eigen::LLT<Eigen::Matrix3d> llt(covariance.inverse());
+    // information = L L^T, so W = L^T gives |W d|^2 = d^T information d.
+    Eigen::Matrix3d w = llt.info() == Eigen::Success ? Eigen::Matrix3d(llt.matrixL().transpose())
+                                                     : Eigen::Matrix3d(Eigen::Matrix3d::Identity() / options.jointSigma);
+    const Eigen::Vector3d d = rA * (joint.a + bA * joint.rayA) + tA - rB * (joint.b + bB * joint.rayB) - tB;
+    const double sigmas = (w * d).norm();
+    if (sigmas > options.huberSigmas) w *= std::sqrt(options.huberSigmas / sigmas);
+    return w;
+}
+
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options) {
-    const Eigen::Matrix3d model = 2.0 * options.jointSigma * options.jointSigma * Eigen::Matrix3d::Identity();
     for (FramePair& pair : pairs) {
         const CameraUnknowns& a = cameras.at(pair.cameraA);
         const CameraUnknowns& b = cameras.at(pair.cameraB);
         const Eigen::Matrix3d rA = rotationOf(a.q), rB = rotationOf(b.q);
         const Eigen::Map<const Eigen::Vector3d> tA(a.t), tB(b.t);
-        for (size_t j = 0; j < pair.joints.size(); ++j) {
-            const JointPair& joint = pair.joints[j];
-            const Eigen::Matrix3d covariance =
-                rA * joint.covarianceA * rA.transpose() + rB * joint.covarianceB * rB.transpose() + model;
-            const Eigen::LLT<Eigen::Matrix3d> llt(covariance.inverse());
-            // information = L L^T, so W = L^T gives |W d|^2 = d^T information d.
-            Eigen::Matrix3d w = llt.info() == Eigen::Success ? Eigen::Matrix3d(llt.matrixL().transpose())
-                                                             : Eigen::Matrix3d(Eigen::Matrix3d::Identity() / options.jointSigma);
-            const Eigen::Vector3d d = rA * (joint.a + a.bias * joint.rayA) + tA - rB * (joint.b + b.bias * joint.rayB) - tB;
-            const double sigmas = (w * d).norm();
-            if (sigmas > options.huberSigmas) w *= std::sqrt(options.huberSigmas / sigmas);
-            pair.weights[j] = w;
-        }
+        pair.weights.resize(pair.joints.size());
+        for (size_t j = 0; j < pair.joints.size(); ++j)
+            pair.weights[j] = jointWeight(pair.joints[j], rA, tA, a.bias, rB, tB, b.bias, options);
     }
 }
 
-bool solveRefined(std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
-                  const RefinedOptions& options, int rounds) {
+namespace {
+
+// One least-squares solve of the summed pairs; biases free within their bounds or held.
+bool solvePairs(const std::vector<PairMoments>& moments, std::map<int, CameraUnknowns>& cameras, int reference,
+                const RefinedOptions& options, bool estimateBias, int maxIterations) {
+    ceres::Problem problem;
+    for (const PairMoments& pair : moments) {
+        CameraUnknowns& a = cameras.at(pair.cameraA);
+        CameraUnknowns& b = cameras.at(pair.cameraB);
+        problem.AddResidualBlock(new PairMomentCost(pair), nullptr, a.q, a.t, &a.bias, b.q, b.t, &b.bias);
+    }
+    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
+    bool manifoldUsed = false;
+    for (auto& [camera, unknowns] : cameras) {
+        if (!problem.HasParameterBlock(unknowns.q)) continue;
+        problem.SetManifold(unknowns.q, manifold);
+        manifoldUsed = true;
+        if (estimateBias) {
+            problem.SetParameterLowerBound(&unknowns.bias, 0, options.minBias);
+            problem.SetParameterUpperBound(&unknowns.bias, 0, options.maxBias);
+        } else {
+            problem.SetParameterBlockConstant(&unknowns.bias);
+        }
+        if (camera == reference) {
+            problem.SetParameterBlockConstant(unknowns.q);
+            problem.SetParameterBlockConstant(unknowns.t);
+        }
+    }
+    if (!manifoldUsed) {
+        delete manifold;
+        return false;
+    }
+    ceres::Solver::Options solverOptions;
+    solverOptions.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
+    solverOptions.max_num_iterations = maxIterations;
+    solverOptions.function_tolerance = 1e-7;
+    ceres::Solver::Summary summary;
+    ceres::Solve(solverOptions, &problem, &summary);
+    return summary.IsSolutionUsable();
+}
+
+}  // namespace
+
+bool solveLeastSquares(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                       int maxIterations) {
+    const RefinedOptions plain;
+    const std::vector<PairMoments> moments =
+        sumMoments(pairs, 0, pairs.size(), cameras, plain, MomentWeights::Identity, kSolveThreads);
+    return solvePairs(moments, cameras, reference, plain, false, maxIterations);
+}
+
+bool solveRefined(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+                  std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds) {
     for (int round = 0; round < rounds; ++round) {
-        reweight(pairs, cameras, options);
-        ceres::Problem problem;
-        for (const FramePair& pair : pairs) {
-            CameraUnknowns& a = cameras.at(pair.cameraA);
-            CameraUnknowns& b = cameras.at(pair.cameraB);
-            problem.AddResidualBlock(new FramePairCost(pair), nullptr, a.q, a.t, &a.bias, b.q, b.t, &b.bias);
-        }
-        ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
-        bool manifoldUsed = false;
-        for (auto& [camera, unknowns] : cameras) {
-            if (!problem.HasParameterBlock(unknowns.q)) continue;
-            problem.SetManifold(unknowns.q, manifold);
-            manifoldUsed = true;
-            if (options.estimateBias) {
-                problem.SetParameterLowerBound(&unknowns.bias, 0, options.minBias);
-                problem.SetParameterUpperBound(&unknowns.bias, 0, options.maxBias);
-            } else {
-                problem.SetParameterBlockConstant(&unknowns.bias);
-            }
-            if (camera == reference) {
-                problem.SetParameterBlockConstant(unknowns.q);
-                problem.SetParameterBlockConstant(unknowns.t);
-            }
-        }
-        if (!manifoldUsed) {
-            delete manifold;
+        const std::vector<PairMoments> moments =
+            sumMoments(pairs, begin, end, cameras, options, MomentWeights::Refined, kSolveThreads);
+        if (!solvePairs(moments, cameras, reference, options, options.estimateBias, options.maxIterations))
             return false;
-        }
-        ceres::Solver::Options solverOptions;
-        solverOptions.linear_solver_type = ceres::DENSE_NORMAL_CHOLESKY;
-        solverOptions.max_num_iterations = options.maxIterations;
-        solverOptions.function_tolerance = 1e-7;
-        ceres::Solver::Summary summary;
-        ceres::Solve(solverOptions, &problem, &summary);
-        if (!summary.IsSolutionUsable()) return false;
     }
     return true;
+}
+
+bool solveRefined(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                  const RefinedOptions& options, int rounds) {
+    return solveRefined(pairs, 0, pairs.size(), cameras, reference, options, rounds);
 }
 
 }  // namespace calib

@@ -42,7 +42,7 @@ struct JointPair {
 struct FramePair {
     int cameraA = 0, cameraB = 0;
     std::vector<JointPair> joints;
-    std::vector<Eigen::Matrix3d> weights;  // W with W^T W = information of the difference
+    std::vector<Eigen::Matrix3d> weights;  // W with W^T W = information of the difference; set by reweight()
 };
 
 // Every frame's joint pairs (each unordered camera pair once); joints with an unusable
@@ -58,8 +58,15 @@ struct CameraUnknowns {
     double bias = 0;  // metres toward the camera
 };
 
+// The weight W of one joint at the given unknowns: the information of the difference
+// (both covariances turned into the world) times the Huber weight of its residual.
+Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
+                            const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
+                            const RefinedOptions& options);
+
 // r = W ((RA (a + bA rayA) + tA) - (RB (b + bB rayB) + tB)) over every joint of one frame
-// pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians.
+// pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians. The solves sum the
+// same residuals per camera pair; this literal form is what those sums are checked against.
 class FramePairCost : public ceres::CostFunction {
 public:
     explicit FramePairCost(const FramePair& pair);
@@ -69,16 +76,24 @@ private:
     const FramePair& pair_;
 };
 
-// Recomputes every joint's weight at the given unknowns: the information of the
-// difference (both covariances turned into the world), times the Huber weight of its
-// current residual.
+// Sets every joint's weight at the given unknowns (see jointWeight).
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options);
 
-// Solves poses (and biases) from the current unknowns, which should already be close:
-// reweighting rounds, each a plain least-squares solve. The camera `reference` keeps its
-// pose. False when a solve gave no usable result.
-bool solveRefined(std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+// The solves sum their pairs on two threads, split the same way on any machine.
+constexpr int kSolveThreads = 2;
+
+// Plain least squares of the joints' distances, biases held: what finds the basin for a
+// first solve from nowhere. False when the solve gave no usable result.
+bool solveLeastSquares(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                       int maxIterations);
+
+// Solves poses (and biases) from the current unknowns, which should already be close, on
+// the frame pairs [begin, end): reweighting rounds, each a plain least-squares solve. The
+// camera `reference` keeps its pose. False when a solve gave no usable result.
+bool solveRefined(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+                  std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds);
+bool solveRefined(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
                   const RefinedOptions& options, int rounds);
 
 }  // namespace calib

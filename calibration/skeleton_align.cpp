@@ -197,15 +197,6 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     record->frames = int(frames.size());
     record->residualBlocks = 2 * int(joints);
 
-    // A first solve starts from nowhere: the classic least squares finds the basin, the
-    // refined rounds then settle weights and biases.
-    const bool cold = biases.empty();
-    if (cold) {
-        calib::PairProblem classic(pairs, poses, false, kThreads, reference);
-        ceres::Solver::Summary summary;
-        ceres::Solve(getSolverOptions(maxIterations), &classic.problem(), &summary);
-        if (!summary.IsSolutionUsable()) return false;
-    }
     std::map<int, calib::CameraUnknowns> unknowns;
     for (int camera : placed) {
         const PoseStruct& pose = poses[camera];
@@ -214,6 +205,17 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         std::copy(pose.t, pose.t + 3, u.t);
         auto bias = biases.find(camera);
         u.bias = refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
+    }
+    // A first solve starts from nowhere: plain least squares finds the basin, the refined
+    // rounds then settle weights and biases.
+    const bool cold = biases.empty();
+    if (cold) {
+        if (!calib::solveLeastSquares(framePairs, unknowns, reference, maxIterations)) return false;
+        // Where it got seeds the next solve even if the refined rounds fail.
+        for (const auto& [camera, u] : unknowns) {
+            std::copy(u.q, u.q + 4, poses[camera].q);
+            std::copy(u.t, u.t + 3, poses[camera].t);
+        }
     }
     for (const auto& [camera, u] : unknowns) record->biasesBefore[camera] = u.bias;
     const bool usable = calib::solveRefined(framePairs, unknowns, reference, refined, cold ? 3 : 1);

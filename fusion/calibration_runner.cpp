@@ -2,6 +2,7 @@
 // lower scheduling priority so that on a busy machine the live view keeps its cores.
 #include "fusion/calibration_runner.hpp"
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,7 +18,18 @@ void lowerThisThreadPriority() {
 
 }  // namespace
 
-CalibrationRunner::~CalibrationRunner() { join(); }
+CalibrationRunner::~CalibrationRunner() { stopThread(); }
+
+void CalibrationRunner::stopThread() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+    }
+    requested.notify_all();
+    if (thread.joinable()) thread.join();
+    std::lock_guard<std::mutex> lock(mutex);
+    stopping = false;
+}
 
 bool CalibrationRunner::busy() const {
     std::lock_guard<std::mutex> lock(mutex);
@@ -30,40 +42,55 @@ void CalibrationRunner::start(const SkeletonMulticameraCalibration& store) {
         if (solving || result) return;
         solving = true;
     }
-    join();
+    // The thread is idle here: no solve runs while start() is allowed.
+    if (thread.joinable() && threadLowered != lowPriority) stopThread();
     auto snapshot = std::make_unique<SkeletonMulticameraCalibration>(store);
-    thread = std::thread([this, low = lowPriority, snapshot = std::move(snapshot)]() mutable {
-        if (low) lowerThisThreadPriority();
-        SolvedCalibration solved{std::move(snapshot), false, {}};
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        pending = std::move(snapshot);
+    }
+    // A thread of its own for every solve would leave glibc an arena per thread, each
+    // holding on to what the solves' large temporaries freed.
+    if (!thread.joinable()) {
+        threadLowered = lowPriority;
+        thread = std::thread([this, low = lowPriority] { serve(low); });
+    }
+    requested.notify_all();
+}
+
+void CalibrationRunner::serve(bool low) {
+    if (low) lowerThisThreadPriority();
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+        requested.wait(lock, [this] { return stopping || pending; });
+        if (stopping) return;  // a solve not yet begun is not worth waiting for
+        SolvedCalibration solved{std::move(pending), false, {}};
+        lock.unlock();
         solved.usable = solved.calibration->calibrate();
         solved.report = makeCalibrationReport(*solved.calibration);
         if (solved.usable) addPoseUncertainty(*solved.calibration, solved.report);
-        std::lock_guard<std::mutex> lock(mutex);
+        // The solve's temporaries are gone; hand their pages back rather than keep them
+        // for a solve that may never come.
+        malloc_trim(0);
+        lock.lock();
         result = std::move(solved);
         solving = false;
         finished.notify_all();
-    });
+        if (stopping) return;
+    }
 }
 
 std::optional<SolvedCalibration> CalibrationRunner::take() {
-    std::optional<SolvedCalibration> taken;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (!result) return std::nullopt;
-        taken = std::move(result);
-        result.reset();
-    }
-    join();
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!result) return std::nullopt;
+    std::optional<SolvedCalibration> taken = std::move(result);
+    result.reset();
     return taken;
 }
 
 void CalibrationRunner::wait() {
     std::unique_lock<std::mutex> lock(mutex);
     finished.wait(lock, [this] { return !solving; });
-}
-
-void CalibrationRunner::join() {
-    if (thread.joinable()) thread.join();
 }
 
 void mergeSolvedCalibration(SkeletonMulticameraCalibration& store, SolvedCalibration&& solved) {

@@ -1,5 +1,6 @@
 // Runs one skeleton calibration at a time on a thread of its own, on a copy of the store,
-// so the fusion loop keeps processing frames while the solver works.
+// so the fusion loop keeps processing frames while the solver works. One thread serves
+// every solve of the runner's life.
 #pragma once
 
 #include <condition_variable>
@@ -39,13 +40,18 @@ public:
     void wait();
 
 private:
-    void join();
+    void serve(bool low);
+    void stopThread();
 
     mutable std::mutex mutex;
     std::condition_variable finished;
+    std::condition_variable requested;
     std::thread thread;
     bool solving = false;
+    bool stopping = false;
     bool lowPriority = true;
+    bool threadLowered = false;  // a lowered thread cannot raise itself again
+    std::unique_ptr<SkeletonMulticameraCalibration> pending;
     std::optional<SolvedCalibration> result;
 };
 

@@ -1,11 +1,12 @@
-// Tests of the refined calibration: its residual, recovery of poses and biases, a level
-// floor under a tilted reference, clock alignment, and bad keypoints.
+// Tests of the refined calibration: its residual and per-pair sums, recovery of poses and
+// biases, a level floor under a tilted reference, clock alignment, and bad keypoints.
 #include <gtest/gtest.h>
 
 #include <ceres/gradient_checker.h>
 
 #include "calibration/calibration_report.hpp"
 #include "calibration/frame_assembler.hpp"
+#include "calibration/refined_moments.hpp"
 #include "calibration/refined_solver.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "testing/synthetic_room.hpp"
@@ -171,6 +172,71 @@ TEST(RefinedCalibration, BadKeypointsAreDroppedAndCounted) {
     room.feed(calibration, 10, 40);
     ASSERT_TRUE(calibration.calibrate());
     EXPECT_LT(synthetic::worstError(room, calibration).second, 0.5);
+}
+
+// The per-pair sums stand for every joint: the same cost, gradient and Gauss-Newton matrix
+// as the literal blocks of all the pair's frames, away from the solution and with Huber
+// weights in play.
+TEST(RefinedMoments, MatchTheLiteralBlocksOfEveryFrame) {
+    synthetic::Options options = exact(3, 0.03);
+    options.noise = 3.0;
+    synthetic::Room room(options);
+    Calibration store = refinedCalibration();
+    room.feed(store, 40);
+    std::vector<calib::FramePair> pairs = calib::collectFramePairs(store.frames);
+    std::map<int, calib::CameraUnknowns> cameras;
+    for (size_t i = 0; i < room.cameras.size(); ++i) {
+        const Eigen::Isometry3d truth = room.relativeTruth(i);
+        const Eigen::Quaterniond q(Eigen::AngleAxisd(0.02 * double(i), Eigen::Vector3d(1, 2, 3).normalized()) *
+                                   Eigen::Quaterniond(truth.linear()));
+        calib::CameraUnknowns& u = cameras[room.cameras[i].id];
+        std::copy(q.coeffs().data(), q.coeffs().data() + 4, u.q);
+        for (int k = 0; k < 3; ++k) u.t[k] = truth.translation()(k) + 0.01 * double(i + k);
+        u.bias = 0.01 * double(i);
+    }
+    calib::RefinedOptions refined;
+    refined.huberSigmas = 1.0;  // several joints beyond it
+    calib::reweight(pairs, cameras, refined);
+    const std::vector<calib::PairMoments> moments =
+        calib::sumMoments(pairs, 0, pairs.size(), cameras, refined, calib::MomentWeights::Refined, 2);
+    ASSERT_EQ(moments.size(), 3u);
+
+    using Matrix16 = Eigen::Matrix<double, 16, 16>;
+    using Vector16 = Eigen::Matrix<double, 16, 1>;
+    // Cost, J^T J and J^T r of one cost function over the six blocks.
+    auto normal = [](const ceres::CostFunction& cost, double const* const* parameters, double& value, Matrix16& jtj,
+                     Vector16& jtr) {
+        const int rows = cost.num_residuals();
+        Eigen::VectorXd r(rows);
+        Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor> blocks[6];
+        double* jacobians[6];
+        const int sizes[6] = {4, 3, 1, 4, 3, 1};
+        for (int b = 0; b < 6; ++b) {
+            blocks[b].resize(rows, sizes[b]);
+            jacobians[b] = blocks[b].data();
+        }
+        ASSERT_TRUE(cost.Evaluate(parameters, r.data(), jacobians));
+        Eigen::MatrixXd j(rows, 16);
+        for (int b = 0, col = 0; b < 6; col += sizes[b++]) j.middleCols(col, sizes[b]) = blocks[b];
+        value += 0.5 * r.squaredNorm();
+        jtj += j.transpose() * j;
+        jtr += j.transpose() * r;
+    };
+    for (const calib::PairMoments& pair : moments) {
+        calib::CameraUnknowns& a = cameras.at(pair.cameraA);
+        calib::CameraUnknowns& b = cameras.at(pair.cameraB);
+        const double* parameters[6] = {a.q, a.t, &a.bias, b.q, b.t, &b.bias};
+        double literalCost = 0, summedCost = 0;
+        Matrix16 literalJtJ = Matrix16::Zero(), summedJtJ = Matrix16::Zero();
+        Vector16 literalJtr = Vector16::Zero(), summedJtr = Vector16::Zero();
+        for (const calib::FramePair& frame : pairs)
+            if (frame.cameraA == pair.cameraA && frame.cameraB == pair.cameraB)
+                normal(calib::FramePairCost(frame), parameters, literalCost, literalJtJ, literalJtr);
+        normal(calib::PairMomentCost(pair), parameters, summedCost, summedJtJ, summedJtr);
+        EXPECT_NEAR(summedCost, literalCost, 1e-9 * literalCost);
+        EXPECT_LT((summedJtJ - literalJtJ).norm(), 1e-9 * literalJtJ.norm());
+        EXPECT_LT((summedJtr - literalJtr).norm(), 1e-7 * literalJtr.norm());
+    }
 }
 
 }  // namespace

@@ -406,9 +406,10 @@ TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
     EXPECT_FALSE(rooms[0].empty());
     EXPECT_EQ(rooms[0], rooms[1]);
     EXPECT_EQ(reports[0], reports[1]);
+    // 15 s are too few for the watch to settle: a replay earns no all-clear a live run would not.
     const CliRun watched = runCli({"monitor", "--replay", first, "--room", inTemporary("replayed_a.json")});
-    EXPECT_EQ(watched.status, 0) << watched.out << watched.err;
-    EXPECT_NE(watched.out.find("no camera moved"), std::string::npos) << watched.out;
+    EXPECT_EQ(watched.status, 11) << watched.out << watched.err;
+    EXPECT_NE(watched.out.find("not settled"), std::string::npos) << watched.out;
 
     const CliRun notARecording =
         runCli({"calibrate", "--replay", QString::fromStdString(writeText("bad.rec", "not a recording")), "--output",

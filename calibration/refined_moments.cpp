@@ -1,0 +1,207 @@
+// Per camera pair moment sums of the refined calibration's weighted residuals, and the
+// Ceres cost that turns them into the pair's Gauss-Newton block at any evaluation point.
+#include "calibration/refined_moments.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <thread>
+
+#include <Eigen/Eigenvalues>
+#include <Eigen/Geometry>
+
+namespace calib {
+
+namespace {
+
+constexpr int kCoefficients = 14;  // c = (a, rayA, 1, -b, -rayB, -1)
+constexpr int kPacked = kCoefficients * (kCoefficients + 1) / 2;
+constexpr int kTangent = 14;       // turn, shift and bias of A, then of B
+constexpr int kRows = kTangent + 1;
+
+// Sums of c_k c_l (k <= l, row by row) times each of the six distinct entries of G.
+using Accumulator = Eigen::Matrix<double, kPacked, 6>;
+
+struct CameraState {
+    Eigen::Matrix3d rotation;
+    Eigen::Vector3d translation;
+    double bias;
+};
+
+Eigen::Matrix3d skew(const Eigen::Vector3d& v) {
+    Eigen::Matrix3d m;
+    m << 0, -v.z(), v.y(), v.z(), 0, -v.x(), -v.y(), v.x(), 0;
+    return m;
+}
+
+void accumulate(const FramePair& pair, const CameraState& a, const CameraState& b, const RefinedOptions& options,
+                MomentWeights weights, Accumulator& sums) {
+    Eigen::Matrix<double, kCoefficients, 1> c;
+    Eigen::Matrix<double, kPacked, 1> packed;
+    Eigen::Matrix<double, 6, 1> g;
+    for (const JointPair& joint : pair.joints) {
+        if (weights == MomentWeights::Refined) {
+            const Eigen::Matrix3d w = jointWeight(joint, a.rotation, a.translation, a.bias, b.rotation,
+                                                  b.translation, b.bias, options);
+            const Eigen::Matrix3d G = w.transpose() * w;
+            g << G(0, 0), G(0, 1), G(0, 2), G(1, 1), G(1, 2), G(2, 2);
+        } else {
+            g << 1, 0, 0, 1, 0, 1;
+        }
+        c << joint.a, joint.rayA, 1.0, -joint.b, -joint.rayB, -1.0;
+        int index = 0;
+        for (int k = 0; k < kCoefficients; ++k) {
+            const int n = kCoefficients - k;
+            packed.segment(index, n) = c(k) * c.tail(n);
+            index += n;
+        }
+        for (int entry = 0; entry < 6; ++entry) sums.col(entry).noalias() += g(entry) * packed;
+    }
+}
+
+MomentMatrix unpack(const Accumulator& sums) {
+    const int entry[3][3] = {{0, 1, 2}, {1, 3, 4}, {2, 4, 5}};
+    MomentMatrix q;
+    int index = 0;
+    for (int k = 0; k < kCoefficients; ++k) {
+        for (int l = k; l < kCoefficients; ++l, ++index) {
+            for (int i = 0; i < 3; ++i) {
+                for (int j = 0; j < 3; ++j) {
+                    q(3 * k + i, 3 * l + j) = sums(index, entry[i][j]);
+                    q(3 * l + j, 3 * k + i) = sums(index, entry[i][j]);
+                }
+            }
+        }
+    }
+    return q;
+}
+
+}  // namespace
+
+std::vector<PairMoments> sumMoments(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+                                    const std::map<int, CameraUnknowns>& cameras, const RefinedOptions& options,
+                                    MomentWeights weights, int threads) {
+    end = std::min(end, pairs.size());
+    begin = std::min(begin, end);
+    std::map<std::pair<int, int>, size_t> index;
+    for (size_t i = begin; i < end; ++i) index.emplace(std::make_pair(pairs[i].cameraA, pairs[i].cameraB), 0);
+    std::vector<PairMoments> out;
+    for (auto& [key, slot] : index) {
+        slot = out.size();
+        out.emplace_back();
+        out.back().cameraA = key.first;
+        out.back().cameraB = key.second;
+    }
+    std::map<int, CameraState> states;
+    for (const auto& [camera, u] : cameras)
+        states[camera] = {Eigen::Quaterniond(u.q[3], u.q[0], u.q[1], u.q[2]).toRotationMatrix(),
+                          Eigen::Vector3d(u.t[0], u.t[1], u.t[2]), u.bias};
+    std::vector<size_t> slotOf(end - begin);
+    std::vector<std::pair<const CameraState*, const CameraState*>> stateOf(end - begin);
+    for (size_t i = begin; i < end; ++i) {
+        slotOf[i - begin] = index.at({pairs[i].cameraA, pairs[i].cameraB});
+        stateOf[i - begin] = {&states.at(pairs[i].cameraA), &states.at(pairs[i].cameraB)};
+    }
+
+    // Two fixed halves, summed each in order and then added: the same result on one thread.
+    const size_t middle = begin + (end - begin) / 2;
+    std::vector<Accumulator> lanes[2];
+    for (auto& lane : lanes) lane.assign(out.size(), Accumulator::Zero());
+    auto sumLane = [&](int lane, size_t from, size_t to) {
+        for (size_t i = from; i < to; ++i)
+            accumulate(pairs[i], *stateOf[i - begin].first, *stateOf[i - begin].second, options, weights,
+                       lanes[lane][slotOf[i - begin]]);
+    };
+    if (threads > 1 && middle > begin) {
+        std::thread helper(sumLane, 1, middle, end);
+        sumLane(0, begin, middle);
+        helper.join();
+    } else {
+        sumLane(0, begin, middle);
+        sumLane(1, middle, end);
+    }
+    for (size_t slot = 0; slot < out.size(); ++slot) out[slot].q = unpack(lanes[0][slot] + lanes[1][slot]);
+    return out;
+}
+
+PairMomentCost::PairMomentCost(const PairMoments& moments) : moments_(moments) {
+    set_num_residuals(kRows);
+    *mutable_parameter_block_sizes() = {4, 3, 1, 4, 3, 1};
+}
+
+bool PairMomentCost::Evaluate(double const* const* parameters, double* residuals, double** jacobians) const {
+    const double* qA = parameters[0];
+    const double* qB = parameters[3];
+    const Eigen::Matrix3d rA = Eigen::Quaterniond(qA[3], qA[0], qA[1], qA[2]).toRotationMatrix();
+    const Eigen::Matrix3d rB = Eigen::Quaterniond(qB[3], qB[0], qB[1], qB[2]).toRotationMatrix();
+    const double bA = parameters[2][0], bB = parameters[5][0];
+    Eigen::Matrix<double, kMomentSize, 1> z;
+    for (int k = 0; k < 3; ++k) {
+        z.segment<3>(3 * k) = rA.col(k);
+        z.segment<3>(9 + 3 * k) = bA * rA.col(k);
+        z.segment<3>(21 + 3 * k) = rB.col(k);
+        z.segment<3>(30 + 3 * k) = bB * rB.col(k);
+    }
+    z.segment<3>(18) = Eigen::Map<const Eigen::Vector3d>(parameters[1]);
+    z.segment<3>(39) = Eigen::Map<const Eigen::Vector3d>(parameters[4]);
+    const Eigen::Matrix<double, kMomentSize, 1> qz = moments_.q * z;
+    const double cost = 0.5 * z.dot(qz);
+    std::fill(residuals, residuals + kRows, 0.0);
+    if (!std::isfinite(cost)) return false;
+    if (!jacobians) {
+        residuals[0] = std::sqrt(std::max(0.0, 2.0 * cost));
+        return true;
+    }
+
+    // dz/d(tangent): a turn exp(d) q moves each column x by -2 [x]x d.
+    Eigen::Matrix<double, kMomentSize, kTangent> dz = Eigen::Matrix<double, kMomentSize, kTangent>::Zero();
+    for (int k = 0; k < 3; ++k) {
+        dz.block<3, 3>(3 * k, 0) = -2.0 * skew(rA.col(k));
+        dz.block<3, 3>(9 + 3 * k, 0) = -2.0 * bA * skew(rA.col(k));
+        dz.block<3, 1>(9 + 3 * k, 6) = rA.col(k);
+        dz.block<3, 3>(21 + 3 * k, 7) = -2.0 * skew(rB.col(k));
+        dz.block<3, 3>(30 + 3 * k, 7) = -2.0 * bB * skew(rB.col(k));
+        dz.block<3, 1>(30 + 3 * k, 13) = rB.col(k);
+    }
+    dz.block<3, 3>(18, 3).setIdentity();
+    dz.block<3, 3>(39, 10).setIdentity();
+    const Eigen::Matrix<double, kTangent, kTangent> hessian = dz.transpose() * moments_.q * dz;
+    const Eigen::Matrix<double, kTangent, 1> gradient = dz.transpose() * qz;
+    if (!hessian.allFinite() || !gradient.allFinite()) return false;
+
+    // H = V diag(l) V^T: rows sqrt(l_i) v_i^T with residuals v_i.g / sqrt(l_i) give back H
+    // and g; the last row carries the rest of the cost, with no Jacobian.
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, kTangent, kTangent>> eigen(hessian);
+    const double largest = eigen.eigenvalues().maxCoeff();
+    Eigen::Matrix<double, kRows, kTangent> tangent = Eigen::Matrix<double, kRows, kTangent>::Zero();
+    double modelled = 0;
+    for (int i = 0; i < kTangent; ++i) {
+        const double l = eigen.eigenvalues()(i);
+        if (!(l > 1e-12 * largest)) continue;
+        tangent.row(i) = std::sqrt(l) * eigen.eigenvectors().col(i).transpose();
+        residuals[i] = eigen.eigenvectors().col(i).dot(gradient) / std::sqrt(l);
+        modelled += residuals[i] * residuals[i];
+    }
+    residuals[kTangent] = std::sqrt(std::max(0.0, 2.0 * cost - modelled));
+
+    // Back to the parameters: J_ambient = J_tangent P^T, P the quaternion's plus-Jacobian.
+    double plusA[12], plusB[12];
+    ceres::EigenQuaternionManifold manifold;
+    manifold.PlusJacobian(qA, plusA);
+    manifold.PlusJacobian(qB, plusB);
+    const Eigen::Map<const Eigen::Matrix<double, 4, 3, Eigen::RowMajor>> pA(plusA), pB(plusB);
+    const Eigen::Matrix<double, kRows, 16> ambient =
+        (Eigen::Matrix<double, kRows, 16>() << tangent.middleCols<3>(0) * pA.transpose(), tangent.middleCols<3>(3),
+         tangent.col(6), tangent.middleCols<3>(7) * pB.transpose(), tangent.middleCols<3>(10), tangent.col(13))
+            .finished();
+    const int sizes[6] = {4, 3, 1, 4, 3, 1};
+    for (int block = 0, column = 0; block < 6; column += sizes[block++]) {
+        if (!jacobians[block]) continue;
+        for (int row = 0; row < kRows; ++row)
+            for (int col = 0; col < sizes[block]; ++col)
+                jacobians[block][row * sizes[block] + col] = ambient(row, column + col);
+    }
+    return true;
+}
+
+}  // namespace calib
