@@ -4,6 +4,7 @@
 #include <QProcess>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -81,4 +82,8 @@ TEST(HaldenCliExport, EveryFormatReadsBackToTheRoomThroughOtherReaders) {
     EXPECT_EQ(nowhere.status, 6);
     EXPECT_NE(nowhere.out.find("no/such/room.toml"), std::string::npos) << nowhere.out;
     EXPECT_FALSE(QFile::exists(inTemporary("x")));
+    // A pipe someone reads from is never replaced by a file.
+    const QString pipe = inTemporary("pipe");
+    ASSERT_EQ(::mkfifo(pipe.toLocal8Bit().constData(), 0600), 0);
+    EXPECT_EQ(exportRoom({room, "--format", "toml", "--output", pipe}).status, 6);
 }

@@ -78,8 +78,13 @@ int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& r
 
 int exportRoom(const CliOptions& options) {
     const exporters::Format format = *exporters::parseFormat(options.format);
-    const std::string output = expandHome(options.output);
     std::string problem;
+    // The same rule as a calibration's files: a regular file or a new name, links followed.
+    const std::string output = writableTarget(expandHome(options.output), "--output", problem);
+    if (output.empty()) {
+        std::cerr << "halden-cli: " << problem << std::endl;
+        return kWriteFailed;
+    }
     switch (exporters::exportRoom(expandHome(options.roomFile), format, output, problem)) {
         case exporters::ExportStatus::Written:
             std::cout << "Room calibration " << options.roomFile << " exported as " << options.format << " to "
