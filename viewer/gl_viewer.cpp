@@ -237,8 +237,8 @@ void GlViewer::paintGL() {
 void GlViewer::placeCameraLabels(const QMatrix4x4& viewProjection) {
     labels.clear();
     for (const auto& [number, data] : cameras) {
-        const lum::Translation at = lum::Transform(data.pose).getTranslation();
-        const QVector4D clip = viewProjection * QVector4D(at.x, at.y, at.z, 1.f);
+        // Through the same matrix the model is drawn with, so the label sits at its apex.
+        const QVector4D clip = viewProjection * toQt(data.pose) * QVector4D(0.f, 0.f, 0.f, 1.f);
         if (clip.w() <= 0.f) continue;  // behind the viewpoint
         const float x = clip.x() / clip.w(), y = clip.y() / clip.w();
         if (std::abs(x) > 1.f || std::abs(y) > 1.f) continue;

@@ -376,8 +376,14 @@ private slots:
         }
         shared.showMetrics = true;
         QTest::keyClick(viewer.get(), Qt::Key_R);
-        render("framed");
+        const QImage framed = render("framed");
         QCOMPARE(viewer->overlayLines().size(), size_t(5));
+        // The metrics lines are longer than this view is wide: they end before its edge.
+        const lum::Vector3f& back = viewer->backgroundColor();
+        for (int y = 4; y < 70; ++y)
+            for (int x = kWidth - 6; x < kWidth; ++x)
+                QVERIFY2(colourDistance(framed.pixel(x, y), {back.x, back.y, back.z, 1.f}) < 30,
+                         qPrintable(QString("text at %1,%2").arg(x).arg(y)));
         const float textBottom = viewer->overlayLines().back().position.y + 4.f;
         auto allInView = [&] {
             for (const lum::Vector3f& c : corners) {
