@@ -12,6 +12,7 @@
 #include <QSettings>
 
 #include "app/calibration_model_menu.hpp"
+#include "app/export_action.hpp"
 #include "app/gui_prompts.hpp"
 #include "style/style.hpp"
 #include "ui_mainwindow.h"
@@ -39,6 +40,7 @@ MainWindow::MainWindow(QWidget* parent, std::shared_ptr<UserPrompts> userPrompts
     prompts = userPrompts ? std::move(userPrompts) : std::make_shared<GuiPrompts>(this);
     fusion.setPrompts(prompts);
     modelChoice = installCalibrationModelMenu(*this, fusion);
+    installExportAction(*this, *prompts);
     wsCreator = new WSCreator(this, prompts.get());
     // Shown over the window's own area rather than as a separate window.
     wsCreator->setWindowFlags(Qt::Widget);

@@ -125,33 +125,3 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
     }
     return report;
 }
-
-nlohmann::json toJson(const CalibrationReport& report) {
-    nlohmann::json cameras = nlohmann::json::array();
-    for (const CameraCalibrationReport& camera : report.cameras) {
-        nlohmann::json shared = nlohmann::json::object();
-        for (const auto& [other, frames] : camera.framesSharedWith) shared[std::to_string(other)] = frames;
-        const CameraUncertainty& u = camera.uncertainty;
-        const ViewCoverage& view = u.coverage;
-        cameras.push_back({{"camera", camera.camera},
-                           {"residualBlocks", camera.residualBlocks},
-                           {"rmsBeforeMm", camera.rmsBeforeMm},
-                           {"rmsAfterMm", camera.rmsAfterMm},
-                           {"rotationSigmaDeg", camera.rotationSigmaDeg},
-                           {"translationSigmaMm", camera.translationSigmaMm},
-                           {"framesSharedWith", shared},
-                           {"uncertainty",
-                            {{"rotationSigmaDeg", u.rotationSigmaDeg},
-                             {"positionSigmaMm", u.positionSigmaMm},
-                             {"halvesApartDeg", u.halvesApartDeg},
-                             {"halvesApartMm", u.halvesApartMm},
-                             {"residualGrowth", u.residualGrowth},
-                             {"viewShares",
-                              {{"left", view.left}, {"right", view.right}, {"top", view.top}, {"bottom", view.bottom}}}}}});
-    }
-    return {{"usable", report.usable},
-            {"frames", report.frames},
-            {"residualBlocks", report.residualBlocks},
-            {"solveSeconds", report.solveSeconds},
-            {"cameras", cameras}};
-}

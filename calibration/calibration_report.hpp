@@ -5,8 +5,6 @@
 #include <map>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "calibration/pose_uncertainty.hpp"
 
 class SkeletonMulticameraCalibration;
@@ -34,5 +32,3 @@ struct CalibrationReport {
 // (unusable) report when none did. Sigmas are NaN when the covariance is rank deficient.
 // Keypoints are taken to be in metres (the unit the fusion runs in).
 CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration);
-
-nlohmann::json toJson(const CalibrationReport& report);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <iostream>
 
+#include "core/console_log.hpp"
 namespace {
 
 int64_t steadyNs() {
@@ -73,7 +74,7 @@ void FusionWorker::steadyLoop() {
         }
     }
     running = false;
-    std::cout << "STOP RUN FUSION " << std::endl;
+    console::trace() << "STOP RUN FUSION ";
 }
 
 void FusionWorker::processFrame() {
@@ -234,8 +235,8 @@ void FusionWorker::watchForDrift() {
     lastDriftFrameNs = now;
     for (const DriftWarning& warning :
          driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
-        std::cout << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
-                  << warning.jointShiftMm << " mm" << std::endl;
+        console::trace() << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
+                         << warning.jointShiftMm << " mm";
         emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
     }
 }
@@ -260,9 +261,8 @@ int FusionWorker::startCalib(CALIB kind) {
     solver.wait();
     solver.take();
     if (configurationPath.empty() && configurations.empty()) {
-        std::cout << "No configuration loaded. You must load a configuration file, autodiscover USB devices or "
-                     "connect to Pyra Hub."
-                  << std::endl;
+        console::notice() << "No configuration loaded. You must load a configuration file, autodiscover USB devices or "
+                             "connect to Pyra Hub.";
         return -1;
     }
     // Frames of an earlier walk were taken with the cameras at their old poses; mixing them
@@ -287,7 +287,7 @@ int FusionWorker::startCalib(CALIB kind) {
     shared.reset = true;
 
     if (kind == PATH_CALIB) {
-        std::cout << "CALIB PATH NOT enabled" << std::endl;
+        console::trace() << "CALIB PATH NOT enabled";
         return 0;
     }
     if (kind != SKELETON_CALIB) return 0;
@@ -297,12 +297,12 @@ int FusionWorker::startCalib(CALIB kind) {
     restartDriftWatch();
     calibration.options.bodyFormat = 0;
     collecting = true;
-    std::cout << "START CALIB SK" << std::endl;
+    console::trace() << "START CALIB SK";
     return 0;
 }
 
 std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
-    std::cout << "STOP CALIB SK" << std::endl;
+    console::trace() << "STOP CALIB SK";
     {
         std::lock_guard<std::mutex> lock(workerMutex);
         collecting = false;
@@ -343,10 +343,10 @@ bool FusionWorker::finishCalib(CALIB) {
         prompts->askSaveFileName("Save room calibration", "", "Pyra Room Calibration files (*.json)");
     const std::string name = calibrationFileName(chosen);
     if (name.empty()) {
-        std::cout << "Saving was cancelled: nothing was written." << std::endl;
+        console::notice() << "Saving was cancelled: nothing was written.";
         return false;
     }
-    std::cout << "Writing file " << name << std::endl;
+    console::trace() << "Writing file " << name;
     std::string problem;
     const bool written = lum::writeConfigurationFile(name, calibrated, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP,
                                                      lum::UNIT::METER, &problem);

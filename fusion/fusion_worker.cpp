@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "core/console_log.hpp"
 #include "core/console_prompts.hpp"
 
 std::string calibrationFileName(const QString& chosen) {
@@ -78,7 +79,7 @@ void FusionWorker::setup(std::vector<lum::FusionConfiguration> list, AppParams p
         copy.override_gravity = entry.override_gravity;
         configurations.push_back(copy);
     }
-    std::cout << "Running the fusion for " << configurations.size() << " devices." << std::endl;
+    console::trace() << "Running the fusion for " << configurations.size() << " devices.";
     params = params_;
     stopRequested = false;
     start(QThread::InheritPriority);
@@ -134,7 +135,7 @@ void FusionWorker::enableModule(MODULES module) {
 void FusionWorker::enableSK() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.skeletonEnabled) return;
-    std::cout << "enableSK " << std::endl;
+    console::trace() << "enableSK ";
     for (auto& [serial, sender] : senders) sender->askSkeleton();
     lum::BodyTrackingFusionParameters parameters;
     parameters.enableTracking = true;
@@ -142,27 +143,27 @@ void FusionWorker::enableSK() {
     if (enabled == lum::FUSION_ERROR_CODE::SUCCESS)
         modules.skeletonEnabled = true;
     else
-        std::cout << "ERROR : " << lum::toString(enabled) << std::endl;
+        console::notice() << "ERROR : " << lum::toString(enabled);
 }
 
 void FusionWorker::enableDepth() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.depthEnabled) return;
-    std::cout << "enableDepth " << std::endl;
+    console::trace() << "enableDepth ";
     modules.depthEnabled = true;
 }
 
 void FusionWorker::enableMapping() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.mappingEnabled) return;
-    std::cout << "enableMapping " << std::endl;
+    console::trace() << "enableMapping ";
     modules.mappingEnabled = true;
 }
 
 void FusionWorker::enableTracking() {
     std::lock_guard<std::mutex> lock(workerMutex);
     if (modules.trackingEnabled) return;
-    std::cout << "enableTracking " << std::endl;
+    console::trace() << "enableTracking ";
     fusion->enablePositionalTracking(lum::PositionalTrackingFusionParameters());
     modules.trackingEnabled = true;
 }
@@ -207,7 +208,7 @@ void FusionWorker::run() {
         return;
     }
     emit isInit();
-    std::cout << "START RUN FUSION " << std::endl;
+    console::trace() << "START RUN FUSION ";
     running = true;
     runOver = false;
     enableSK();
@@ -252,14 +253,14 @@ std::vector<lum::FUSION_ERROR_CODE> FusionWorker::subscribeAll(const std::set<in
 // Never a modal box here: close() on the GUI thread may be waiting for this thread, and a
 // box that needs the GUI thread to return would hold both forever.
 bool FusionWorker::startUp() {
-    std::cout << "INIT FUSION " << std::endl;
+    console::trace() << "INIT FUSION ";
     {
         std::lock_guard<std::mutex> lock(workerMutex);
         fusion = std::make_shared<lum::Fusion>();
     }
     const lum::FUSION_ERROR_CODE initialised = fusion->init(roomFusionParameters());
     if (initialised != lum::FUSION_ERROR_CODE::SUCCESS)
-        std::cout << "ERROR : " << lum::toString(initialised) << std::endl;
+        console::notice() << "ERROR : " << lum::toString(initialised);
     bodyRuntimeParameters.skeletonMinimumAllowedKeypoints = 4;
     if (replaySource) {
         // A recording: its cameras are the room, already "subscribed".
@@ -303,7 +304,7 @@ bool FusionWorker::startUp() {
         sender->setup(configuration, params);
         if (!sender->isOpened()) {
             failed.insert(serial);
-            std::cout << " camera " << serial << " failed to open" << std::endl;
+            console::notice() << " camera " << serial << " failed to open";
             openFailures << QString::number(serial);
             continue;
         }
@@ -347,7 +348,7 @@ bool FusionWorker::startUp() {
             std::lock_guard<std::mutex> lock(workerMutex);
             subscribedCameras.push_back(camera);
         } else {
-            std::cout << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed) << std::endl;
+            console::notice() << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed);
             subscribeFailures << QString::number(serial);
         }
     }

@@ -4,10 +4,10 @@
 
 #include <QCoreApplication>
 
-#include <iostream>
 #include <mutex>
 #include <string>
 
+#include "core/console_log.hpp"
 #include "core/console_prompts.hpp"
 
 namespace {
@@ -34,7 +34,7 @@ PyraWorker::~PyraWorker() {
 }
 
 void PyraWorker::setup(lum::FusionConfiguration configuration, AppParams params) {
-    std::cout << "Setup Pyra " << configuration.serial_number << std::endl;
+    console::trace() << "Setup Pyra " << configuration.serial_number;
 
     lum::InitParameters init;
     init.input = configuration.input_type;
@@ -47,7 +47,7 @@ void PyraWorker::setup(lum::FusionConfiguration configuration, AppParams params)
 
     const lum::ERROR_CODE opened = camera.open(init);
     if (opened != lum::ERROR_CODE::SUCCESS) {
-        std::cout << "Error Open " << lum::toString(opened) << std::endl;
+        console::notice() << "Error Open " << lum::toString(opened);
         return;
     }
 
@@ -94,7 +94,7 @@ void PyraWorker::run() {
     lum::BodyTrackingRuntimeParameters bodyRuntime(20.f, 0, 0.f);
     bodyRuntime.detectionConfidenceThreshold = static_cast<float>(detectionConfidence);
 
-    std::cout << camera.getCameraInformation().serial_number << " START RUN Pyra " << std::endl;
+    console::trace() << camera.getCameraInformation().serial_number << " START RUN Pyra ";
 
     std::string pendingError;
     while (running && pendingError.empty()) {
@@ -115,7 +115,7 @@ void PyraWorker::run() {
                      PromptIcon::Critical});
         running = false;
     }
-    std::cout << "STOP RUN Pyra " << std::endl;
+    console::trace() << "STOP RUN Pyra ";
 }
 
 void PyraWorker::showAndWait(const PromptMessage& message) {

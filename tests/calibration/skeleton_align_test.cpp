@@ -4,7 +4,7 @@
 
 #include <ceres/gradient_checker.h>
 
-#include "calibration/calibration_report.hpp"
+#include "calibration/report_json.hpp"
 #include "calibration/pair_solver.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "testing/synthetic_room.hpp"

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "calibration/calibration_report.hpp"
+#include "calibration/report_json.hpp"
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "pyra/src/transport/frame_codec.hpp"

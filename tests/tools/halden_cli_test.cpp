@@ -63,9 +63,12 @@ QString inTemporary(const std::string& name) { return QString::fromStdString(pla
 TEST(HaldenCli, RefusesWhatCannotBeCalibratedWithDistinctStatuses) {
     EXPECT_EQ(runCli({"calibrate", "--usb", "--room", "x.json", "--output", "o"}).status, 1);
 
-    const CliRun missing = runCli({"calibrate", "--room", inTemporary("missing.json"), "--output", "o"});
+    const CliRun missing = runCli({"calibrate", "--room", inTemporary("missing.json"), "--output", "o", "--json"});
     EXPECT_EQ(missing.status, 2);
     EXPECT_NE(missing.err.find("missing.json"), std::string::npos) << missing.err;
+    const nlohmann::json early = nlohmann::json::parse(missing.out, nullptr, false);
+    EXPECT_EQ(early.value("status", -1), 2) << missing.out;
+    EXPECT_EQ(early.value("exitReason", ""), "no room");
 
     lum::FusionConfiguration lone;
     lone.serial_number = 41001;
@@ -78,8 +81,12 @@ TEST(HaldenCli, RefusesWhatCannotBeCalibratedWithDistinctStatuses) {
     const CliRun help = runCli({"--help"});
     EXPECT_EQ(help.status, 0);
     for (const char* documented : {"--room", "--usb", "--seconds", "--output", "--report", "--depth-mode",
-                                   "--body-model", "--confidence", "devices", "record", "--replay", "Exit status"})
+                                   "--body-model", "--confidence", "--json", "--verbose", "--version", "devices",
+                                   "record", "--replay", "Exit status"})
         EXPECT_NE(help.out.find(documented), std::string::npos) << documented;
+    const CliRun version = runCli({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out.rfind("halden-cli ", 0), 0u) << version.out;
 }
 
 TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
@@ -94,11 +101,25 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
         // On the virtual room clock: the same 40 s of walking on every run, however busy the machine.
         const ScopedVariable scene("PYRA_SIM_SCENE", scenePath);
         const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
-        run = runCli({"calibrate", "--usb", "--seconds", "40", "--output", output, "--report", report}, 150000);
+        run = runCli({"calibrate", "--usb", "--seconds", "40", "--output", output, "--report", report, "--json"},
+                     150000);
     }
     ASSERT_EQ(run.status, 0) << run.out << run.err;
     // Every camera sees both people most of the time; the progress line says whose bodies count.
     EXPECT_NE(run.err.find("2 people, used"), std::string::npos) << run.err;
+    // The workers' trace lines wait for --verbose; standard output is the result alone.
+    for (const char* trace : {"Setup Pyra", "START RUN", "CALIB SK", "INIT FUSION", "enableSK", "Writing file"})
+        EXPECT_EQ((run.out + run.err).find(trace), std::string::npos) << trace;
+    const nlohmann::json result = nlohmann::json::parse(run.out, nullptr, false);
+    ASSERT_FALSE(result.is_discarded()) << run.out;
+    EXPECT_EQ(result["exitReason"], "written");
+    EXPECT_EQ(result["output"], output.toStdString() + ".json");
+    ASSERT_EQ(result["cameras"].size(), scene.cameras.size());
+    for (const nlohmann::json& camera : result["cameras"]) {
+        EXPECT_TRUE(camera["saved"].get<bool>()) << camera;
+        EXPECT_TRUE(camera["verdict"].is_string() && camera["advice"].is_string()) << camera;
+        EXPECT_TRUE(camera.contains("positionSigmaMm") && camera["formal"].contains("translationSigmaMm")) << camera;
+    }
 
     const auto room = lum::readFusionConfigurationFile(output.toStdString() + ".json",
                                                        lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER,
@@ -122,6 +143,7 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     const nlohmann::json parsed = nlohmann::json::parse(file.readAll().toStdString(), nullptr, false);
     ASSERT_FALSE(parsed.is_discarded());
     EXPECT_TRUE(parsed.value("usable", false));
+    EXPECT_EQ(parsed["version"], result["reportVersion"]);
     EXPECT_EQ(parsed["cameras"].size(), scene.cameras.size());
 }
 
@@ -186,9 +208,10 @@ TEST(HaldenCli, InterruptWhileSubscribingEndsPromptly) {
     platform_test::isolateProcess();
     QProcess cli;
     cli.start(HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli",
-              {"calibrate", "--room", QString::fromStdString(path), "--output", inTemporary("never")});
+              {"calibrate", "--room", QString::fromStdString(path), "--output", inTemporary("never"), "--verbose"});
+    cli.setReadChannel(QProcess::StandardError);
     QByteArray out;
-    while (!out.contains("INIT FUSION") && cli.waitForReadyRead(20000)) out += cli.readAllStandardOutput();
+    while (!out.contains("INIT FUSION") && cli.waitForReadyRead(20000)) out += cli.readAllStandardError();
     ASSERT_TRUE(out.contains("INIT FUSION")) << out.toStdString();
     ::kill(static_cast<pid_t>(cli.processId()), SIGINT);
     // Subscribing to the four takes two seconds; a quarter of that is plenty for an answer.

@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "calibration/calibration_verdict.hpp"
+#include "calibration/report_json.hpp"
 #include "tools/halden_cli/output_paths.hpp"
 
 namespace {
@@ -41,7 +42,7 @@ std::optional<double> roomRmsMm(const CalibrationReport& report) {
 
 // Ten significant digits: the last bits of a covariance depend on where the heap put its
 // matrices (vectorised sums start where memory is aligned), and no figure here means more.
-void roundFigures(nlohmann::json& value) {
+void roundFigures(nlohmann::ordered_json& value) {
     if (value.is_number_float()) {
         char text[32];
         std::snprintf(text, sizeof text, "%.10g", value.get<double>());
@@ -49,7 +50,7 @@ void roundFigures(nlohmann::json& value) {
         return;
     }
     if (value.is_structured())
-        for (nlohmann::json& item : value) roundFigures(item);
+        for (nlohmann::ordered_json& item : value) roundFigures(item);
 }
 
 // A replay's report leaves out the solve's wall time and rounds its figures, so that every
@@ -63,7 +64,7 @@ bool writeReport(const std::string& path, const CalibrationReport& report, bool 
         problem = "--report " + path + ": " + file.errorString().toStdString();
         return false;
     }
-    nlohmann::json document = toJson(report);
+    nlohmann::ordered_json document = toJson(report);
     if (replayed) {
         document.erase("solveSeconds");
         roundFigures(document);
@@ -83,6 +84,7 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
                                        std::unique_ptr<rec::RecordingReader> replay_)
     : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()),
       replay(std::move(replay_)) {
+    for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
     worker.setCalibrationModel(options.classicModel ? SkeletonMulticameraCalibration::Model::Classic
@@ -167,6 +169,11 @@ void CalibrationSession::interrupt() {
         return;
     }
     std::cerr << "halden-cli: interrupted before the calibration started; nothing to save" << std::endl;
+    if (options.json) {
+        result.status = kNothingToSave;
+        result.message = "interrupted before the calibration started";
+        printJson(result);
+    }
     // The fusion may be waiting seconds for senders that never answer. Nothing has been
     // written yet and the kernel releases the camera locks, so leaving now loses nothing.
     std::cout.flush();
@@ -200,6 +207,7 @@ void CalibrationSession::finish() {
             else
                 std::cerr << "halden-cli: the calibration of " << unsaved.size() << " cameras is kept in " << kept
                           << "; copy it where it belongs" << std::endl;
+            result.message = kept.empty() ? "could not write " + options.output : "calibration kept in " + kept;
             end(kWriteFailed);
         } else {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
@@ -211,23 +219,28 @@ void CalibrationSession::finish() {
     }
 
     const std::vector<int> saved = worker.savedCameras();
-    std::cout << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
-              << " frames, " << solves << " solves)" << std::endl;
+    result.output = options.output;
+    result.saved = saved;
+    out() << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
+          << " frames, " << solves << " solves)" << std::endl;
     const bool partial = reportLeftOut(saved, refused);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
             // The verdict and the uncertainty that covers systematic error come first; the
             // formal sigma only knows random noise.
             const CameraAssessment assessment = assessCamera(&camera, *lastUsable);
-            std::printf("  camera %d: %s, 1-sigma %.2f deg / %.1f mm, residual %.1f mm (formal sigma %.3f deg / "
-                        "%.1f mm), %d keypoint pairs\n",
-                        camera.camera, readinessName(assessment.readiness), camera.uncertainty.rotationSigmaDeg,
-                        camera.uncertainty.positionSigmaMm, camera.rmsAfterMm, camera.rotationSigmaDeg,
-                        camera.translationSigmaMm, camera.residualBlocks);
+            char line[256];
+            std::snprintf(line, sizeof line,
+                          "  camera %d: %s, 1-sigma %.2f deg / %.1f mm, residual %.1f mm (formal sigma %.3f deg / "
+                          "%.1f mm), %d keypoint pairs",
+                          camera.camera, readinessName(assessment.readiness), camera.uncertainty.rotationSigmaDeg,
+                          camera.uncertainty.positionSigmaMm, camera.rmsAfterMm, camera.rotationSigmaDeg,
+                          camera.translationSigmaMm, camera.residualBlocks);
+            out() << line << "\n";
             if (assessment.readiness != CameraReadiness::Good && !assessment.advice.empty())
-                std::printf("    %s\n", assessment.advice.c_str());
+                out() << "    " << assessment.advice << "\n";
         }
-        std::fflush(stdout);
+        out().flush();
     }
     if (!options.report.empty()) {
         std::string problem;
@@ -241,29 +254,39 @@ void CalibrationSession::finish() {
             end(kWriteFailed);
             return;
         }
-        std::cout << "Report written to " << options.report << std::endl;
+        result.report = options.report;
+        out() << "Report written to " << options.report << std::endl;
     }
     end(partial ? kPartial : kWritten);
 }
 
-bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) const {
+bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) {
     const std::vector<int> running = worker.runningCameras();
     bool leftOut = false;
     for (const lum::FusionConfiguration& camera : room) {
         const int serial = camera.serial_number;
         if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
         leftOut = true;
-        if (std::find(running.begin(), running.end(), serial) == running.end())
-            std::cerr << "halden-cli: camera " << serial << " left out: it never opened or subscribed" << std::endl;
-        else
-            std::cerr << "halden-cli: camera " << serial
-                      << " left out: it shared no usable keypoint with another camera" << refused << std::endl;
+        const std::string why = std::find(running.begin(), running.end(), serial) == running.end()
+                                    ? "it never opened or subscribed"
+                                    : "it shared no usable keypoint with another camera" + refused;
+        std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
+        result.leftOut[serial] = why;
     }
     return leftOut;
 }
 
+std::ostream& CalibrationSession::out() const { return options.json ? std::cerr : std::cout; }
+
 void CalibrationSession::end(CliStatus status) {
     ended = true;
+    if (options.json) {
+        result.status = status;
+        result.frames = worker.calibrationFrameCount();
+        result.solves = solves;
+        result.calibration = lastUsable;
+        printJson(result);
+    }
     tickTimer.stop();
     progress.close();
     worker.close();

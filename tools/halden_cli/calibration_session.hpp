@@ -15,6 +15,7 @@
 #include "fusion/fusion_worker.hpp"
 #include "fusion/recorded_source.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/cli_result.hpp"
 #include "tools/halden_cli/progress_line.hpp"
 
 class CalibrationSession : public QObject {
@@ -37,8 +38,10 @@ private:
     void finish();
     void end(CliStatus status);
     // Names every camera of the room missing from `saved`, and why; true if any was.
-    bool reportLeftOut(const std::vector<int>& saved, const std::string& refused) const;
+    bool reportLeftOut(const std::vector<int>& saved, const std::string& refused);
     ProgressLine::State progressState() const;
+    // Where the lines meant for people go: standard error when standard output is the JSON.
+    std::ostream& out() const;
 
     CliOptions options;
     std::vector<lum::FusionConfiguration> room;
@@ -59,4 +62,5 @@ private:
     std::optional<CalibrationReport> lastUsable;
     std::optional<double> lastRmsMm;
     std::string people;
+    CliResult result;
 };

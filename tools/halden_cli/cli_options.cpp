@@ -4,6 +4,10 @@
 
 #include <QCommandLineParser>
 
+#include <optional>
+
+#include "exporters/room_export.hpp"
+
 namespace {
 
 bool readInt(const QCommandLineParser& parser, const QString& name, int low, int high, int& value,
@@ -20,23 +24,52 @@ bool readInt(const QCommandLineParser& parser, const QString& name, int low, int
     return true;
 }
 
+std::optional<CliOptions> parseExport(const QCommandLineParser& parser, const QStringList& positional,
+                                      CliOptions options, std::string& problem) {
+    options.command = CliOptions::Command::Export;
+    if (positional.size() != 2) {
+        problem = "export needs one room file: halden-cli export ROOM --format FORMAT --output FILE";
+        return std::nullopt;
+    }
+    if (options.json) {
+        problem = "--json is for calibrate";
+        return std::nullopt;
+    }
+    options.roomFile = positional[1].toStdString();
+    options.format = parser.value("format").toStdString();
+    options.output = parser.value("output").toStdString();
+    if (!exporters::parseFormat(options.format)) {
+        problem = "--format must be opencv, toml, ros2 or matrix";
+        return std::nullopt;
+    }
+    if (options.output.empty()) {
+        problem = "export needs --output FILE";
+        return std::nullopt;
+    }
+    return options;
+}
+
 }  // namespace
 
 const char* cliHelpText() {
     return R"(Usage:
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
-                       [--model classic|refined]
+                       [--model classic|refined] [--json] [--verbose]
   halden-cli calibrate --replay FILE --output FILE [--seconds N] [--report FILE] [--model M]
-  halden-cli monitor --room FILE [--seconds N]
-  halden-cli monitor --replay FILE --room FILE [--seconds N]
+                       [--json] [--verbose]
+  halden-cli monitor --room FILE [--seconds N] [--verbose]
+  halden-cli monitor --replay FILE --room FILE [--seconds N] [--verbose]
   halden-cli record (--room FILE | --usb) --seconds N --output FILE [--depth-mode N]
-                    [--body-model N] [--confidence N]
+                    [--body-model N] [--confidence N] [--verbose]
+  halden-cli export ROOM --format opencv|toml|ros2|matrix --output FILE
   halden-cli devices
-  halden-cli --help
+  halden-cli --help | --version
 
-calibrate    Starts the fusion on a room, runs a skeleton calibration while one person
-             at a time walks through the room, then saves the camera poses.
+calibrate    Starts the fusion on a room, runs a skeleton calibration while people walk
+             through the room (with the refined model, several at once; with classic, a
+             camera's frame only counts while it sees one person), then saves the camera
+             poses and prints each camera's verdict, 1-sigma and advice.
   --room FILE        room configuration file to start from
   --usb              the cameras plugged into this computer, as the room set-up's USB search
   --output FILE      where the room calibration is written (".json" is added when missing)
@@ -55,6 +88,9 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while one 
   --model M          refined (default): camera poses and depth biases from clock-aligned
                      frames, in a level world frame with the floor at height 0;
                      classic: camera poses only, in the reference camera's frame
+  --json             print the result (cameras, verdicts, sigmas, files written, exit
+                     status and its reason) as one JSON document on standard output;
+                     everything else goes to standard error
 monitor      Runs a calibrated room (a file saved by calibrate) and reports every camera
              that moves away from its calibrated pose, with how far it moved, until
              --seconds have passed (default 60) or Ctrl-C. The watch first settles on
@@ -64,22 +100,33 @@ monitor      Runs a calibrated room (a file saved by calibrate) and reports ever
 record       Records a room's cameras (their bodies as received, and the room) into a
              recording for --replay, for --seconds (default 60) or until Ctrl-C. A file
              cut short (power loss, a kill) still replays up to the cut.
+export       Writes a room calibration (a file saved by calibrate) for another tool:
+  --format opencv    OpenCV FileStorage YAML, R and T per camera (room to camera)
+  --format toml      one table per camera: name, Rodrigues rotation, translation
+  --format ros2      ROS 2 launch file of static transforms, halden_world to camera_<serial>
+  --format matrix    JSON of 4x4 camera-to-room matrices
+  --output FILE      the file to write
 devices      Lists the cameras plugged into this computer.
+
+  --verbose          also print what the fusion and the cameras are doing (trace lines)
+                     on standard error
+  --version          print the version and exit
 
 Progress (percent toward the next solve, frames collected, solves, last RMS residual)
 is one line redrawn in place on a terminal, plain lines otherwise, on standard error.
 
 Exit status:
-  0  a calibration (or a recording) was written
+  0  a calibration (or a recording, or an export) was written
   1  bad command line
   2  no room: unreadable room file, or none of its cameras plugged in
   3  the room has fewer than two cameras
   4  the fusion could not start (fewer than two cameras opened or subscribed)
   5  nothing to save: no calibration could be computed from what was collected
-  6  the calibration or the report could not be written (checked before collecting too:
-     only a regular file or a new name, never both through one file). A calibration
-     whose file failed at the end is kept in $XDG_STATE_HOME/halden (default
-     ~/.local/state/halden), else in $TMPDIR (default /tmp); the message names the file
+  6  the calibration, the report or the export could not be written (a calibration's
+     files are checked before collecting too: only a regular file or a new name, never
+     both through one file). A calibration whose file failed at the end is kept in
+     $XDG_STATE_HOME/halden (default ~/.local/state/halden), else in $TMPDIR (default
+     /tmp); the message names the file
   7  partial: a calibration was written, but some cameras of the room were left out of it
      (never opened or subscribed, or no usable keypoint shared with another camera)
   8  monitor: a camera moved
@@ -105,7 +152,11 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
                        {"body-model", "Body model.", "N"},
                        {"confidence", "Confidence.", "N"},
                        {"model", "Calibration model.", "M"},
-                       {"replay", "Recording to replay.", "FILE"}});
+                       {"replay", "Recording to replay.", "FILE"},
+                       {"json", "JSON result."},
+                       {"verbose", "Trace lines."},
+                       {"version", "Version."},
+                       {"format", "Export format.", "F"}});
     if (!parser.parse(arguments)) {
         problem = parser.errorText().toStdString();
         return std::nullopt;
@@ -114,11 +165,23 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
     CliOptions options;
     const QStringList positional = parser.positionalArguments();
     if (parser.isSet("help")) return options;
+    if (parser.isSet("version")) {
+        options.command = CliOptions::Command::Version;
+        return options;
+    }
+    options.verbose = parser.isSet("verbose");
+    options.json = parser.isSet("json");
+    const QString command = positional.value(0);
+    if (command == "export") return parseExport(parser, positional, options, problem);
     if (positional.size() != 1) {
-        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor or devices" : "only one command at a time";
+        problem = positional.isEmpty() ? "a command is needed: calibrate, monitor, record, export or devices"
+                                       : "only one command at a time";
         return std::nullopt;
     }
-    const QString command = positional.front();
+    if (options.json && command != "calibrate") {
+        problem = "--json is for calibrate";
+        return std::nullopt;
+    }
     if (command == "devices") {
         options.command = CliOptions::Command::Devices;
         return options;
@@ -190,4 +253,20 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
         !readInt(parser, "confidence", 0, 100, params.detectionConfidence, problem))
         return std::nullopt;
     return options;
+}
+
+const char* exitReason(int status) {
+    switch (status) {
+        case kWritten: return "written";
+        case kUsage: return "bad command line";
+        case kNoRoom: return "no room";
+        case kTooFewCameras: return "fewer than two cameras";
+        case kFusionNotStarted: return "fusion not started";
+        case kNothingToSave: return "nothing to save";
+        case kWriteFailed: return "write failed";
+        case kPartial: return "partial";
+        case kCameraMoved: return "camera moved";
+        case kBadRecording: return "bad recording";
+    }
+    return "unknown";
 }

@@ -25,9 +25,10 @@ enum CliStatus : int {
 };
 
 struct CliOptions {
-    enum class Command { Help, Devices, Calibrate, Monitor, Record };
+    enum class Command { Help, Version, Devices, Calibrate, Monitor, Record, Export };
     Command command = Command::Help;
     std::string roomFile;  // empty with --usb
+    std::string format;    // export: opencv, toml, ros2 or matrix
     bool usb = false;
     std::string replay;  // a recording played instead of live cameras
     int seconds = 60;    // 0 with --replay and no --seconds: the whole recording
@@ -35,8 +36,12 @@ struct CliOptions {
     std::string report;  // empty: no report
     bool classicModel = false;  // --model classic: poses only, the reference camera's frame
     AppParams params;
+    bool verbose = false;  // the workers' trace lines, on standard error
+    bool json = false;     // the result as one JSON document on standard output, and nothing else there
 };
 
 // The options, or nullopt with `problem` saying what is wrong with the command line.
 std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::string& problem);
 const char* cliHelpText();
+// What an exit status means, in a few words (the JSON result's "exitReason").
+const char* exitReason(int status);

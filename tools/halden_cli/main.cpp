@@ -7,8 +7,11 @@
 #include <iostream>
 #include <set>
 
+#include "core/console_log.hpp"
+#include "exporters/room_export.hpp"
 #include "tools/halden_cli/calibration_session.hpp"
 #include "tools/halden_cli/cli_options.hpp"
+#include "tools/halden_cli/cli_result.hpp"
 #include "tools/halden_cli/monitor_session.hpp"
 #include "tools/halden_cli/output_paths.hpp"
 #include "tools/halden_cli/record_session.hpp"
@@ -73,6 +76,40 @@ int loadRoom(const CliOptions& options, std::vector<lum::FusionConfiguration>& r
     return 0;
 }
 
+int exportRoom(const CliOptions& options) {
+    const exporters::Format format = *exporters::parseFormat(options.format);
+    std::string problem;
+    // The same rule as a calibration's files: a regular file or a new name, links followed.
+    const std::string output = writableTarget(expandHome(options.output), "--output", problem);
+    if (output.empty()) {
+        std::cerr << "halden-cli: " << problem << std::endl;
+        return kWriteFailed;
+    }
+    switch (exporters::exportRoom(expandHome(options.roomFile), format, output, problem)) {
+        case exporters::ExportStatus::Written:
+            std::cout << "Room calibration " << options.roomFile << " exported as " << options.format << " to "
+                      << output << std::endl;
+            return kWritten;
+        case exporters::ExportStatus::BadRoom:
+            std::cerr << "halden-cli: no room: " << problem << std::endl;
+            return kNoRoom;
+        case exporters::ExportStatus::WriteFailed: break;
+    }
+    std::cerr << "halden-cli: " << problem << std::endl;
+    return kWriteFailed;
+}
+
+// A calibration that ends before its session starts still answers --json with a document.
+int endEarly(const CliOptions& options, int status, const std::string& message) {
+    if (options.json) {
+        CliResult result;
+        result.status = status;
+        result.message = message;
+        printJson(result);
+    }
+    return status;
+}
+
 // The recording to replay, opened; its room becomes the room unless one was given (a
 // monitor watches against a calibrated room file).
 int openReplay(const CliOptions& options, std::unique_ptr<rec::RecordingReader>& reader,
@@ -112,20 +149,30 @@ int main(int argc, char** argv) {
     const std::optional<CliOptions> options = parseCliOptions(app.arguments(), problem);
     if (!options) {
         std::cerr << "halden-cli: " << problem << "\n\n" << cliHelpText();
-        return kUsage;
+        CliOptions asked;
+        asked.json = app.arguments().contains("--json");
+        return endEarly(asked, kUsage, problem);
     }
     if (options->command == CliOptions::Command::Help) {
         std::cout << cliHelpText();
         return 0;
     }
+    if (options->command == CliOptions::Command::Version) {
+        std::cout << "halden-cli " << HALDEN_VERSION << std::endl;
+        return 0;
+    }
+    // The workers' trace lines are for whoever debugs a room; what went wrong is for everyone.
+    console::setDestinations(options->verbose ? console::Destination::StandardError : console::Destination::Nowhere,
+                             console::Destination::StandardError);
     if (options->command == CliOptions::Command::Devices) return listDevices();
+    if (options->command == CliOptions::Command::Export) return exportRoom(*options);
 
     CliOptions checked = *options;
     // A monitor writes nothing; a calibration checks its outputs before a minute of walking.
     const int unwritable = checked.command == CliOptions::Command::Monitor ? 0 : checkOutputs(checked, problem);
     if (unwritable) {
         std::cerr << "halden-cli: " << problem << std::endl;
-        return unwritable;
+        return endEarly(checked, unwritable, problem);
     }
     std::vector<lum::FusionConfiguration> room;
     std::unique_ptr<rec::RecordingReader> replay;
@@ -138,14 +185,14 @@ int main(int argc, char** argv) {
             if (room.empty()) {
                 std::cerr << "halden-cli: no room: " << (problem.empty() ? "no camera in " + checked.roomFile : problem)
                           << std::endl;
-                return kNoRoom;
+                return endEarly(checked, kNoRoom, problem);
             }
         } else if (const int status = loadRoom(checked, room)) {
-            return status;
+            return endEarly(checked, status, "");
         }
     }
     if (!checked.replay.empty())
-        if (const int status = openReplay(checked, replay, room)) return status;
+        if (const int status = openReplay(checked, replay, room)) return endEarly(checked, status, "");
 
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
