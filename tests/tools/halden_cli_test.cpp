@@ -417,3 +417,33 @@ TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
     EXPECT_EQ(notARecording.status, 9);
     EXPECT_NE(notARecording.err.find("bad.rec"), std::string::npos) << notARecording.err;
 }
+
+// A camera knocked halfway through the walk no longer fits one pose: it is written only
+// with exit 7 and its name, and with --require-good the room file is not written at all.
+TEST(HaldenCli, AKnockedCameraIsNeverSavedSilently) {
+    const ScopedVariable scene("PYRA_SIM_SCENE", writeText("knocked_scene.json", R"({"seed": 5, "cameras": [
+        {"serial": 41001, "position": [-2.8, 2.6, -2.8], "look_at": [0, 0.9, 0]},
+        {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0]},
+        {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0],
+         "faults": {"knock_after_s": 12, "knock_rotation_deg": [0, 4, 0], "knock_shift": [0.1, 0, 0]}}]})"));
+    const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
+    const QString written = inTemporary("knocked.json");
+    const CliRun saved = runCli({"calibrate", "--usb", "--seconds", "24", "--output", written});
+    EXPECT_EQ(saved.status, 7) << saved.out << saved.err;
+    EXPECT_NE(saved.err.find("camera 41003 not good"), std::string::npos) << saved.err;
+    EXPECT_TRUE(QFile::exists(written));
+
+    const QString refused = inTemporary("refused.json");
+    const QString report = inTemporary("refused_report.json");
+    const CliRun strict = runCli({"calibrate", "--usb", "--seconds", "24", "--output", refused, "--report", report,
+                                  "--require-good", "--json"});
+    EXPECT_EQ(strict.status, 7) << strict.out << strict.err;
+    EXPECT_NE(strict.err.find("camera 41003 not good"), std::string::npos) << strict.err;
+    EXPECT_FALSE(QFile::exists(refused));
+    EXPECT_TRUE(QFile::exists(report));
+    const nlohmann::json result = nlohmann::json::parse(strict.out, nullptr, false);
+    ASSERT_FALSE(result.is_discarded()) << strict.out;
+    EXPECT_TRUE(result["output"].is_null());
+    EXPECT_NE(result.value("exitReason", "").find("nothing written"), std::string::npos) << result;
+    for (const nlohmann::json& camera : result["cameras"]) EXPECT_FALSE(camera["saved"].get<bool>()) << camera;
+}

@@ -55,9 +55,9 @@ const char* cliHelpText() {
     return R"(Usage:
   halden-cli calibrate (--room FILE | --usb) --output FILE [--seconds N] [--report FILE]
                        [--depth-mode N] [--body-model N] [--confidence N]
-                       [--model classic|refined] [--json] [--verbose]
+                       [--model classic|refined] [--require-good] [--json] [--verbose]
   halden-cli calibrate --replay FILE --output FILE [--seconds N] [--report FILE] [--model M]
-                       [--json] [--verbose]
+                       [--require-good] [--json] [--verbose]
   halden-cli monitor --room FILE [--seconds N] [--verbose]
   halden-cli monitor --replay FILE --room FILE [--seconds N] [--verbose]
   halden-cli record (--room FILE | --usb) --seconds N --output FILE [--depth-mode N]
@@ -88,6 +88,8 @@ calibrate    Starts the fusion on a room, runs a skeleton calibration while peop
   --model M          refined (default): camera poses and depth biases from clock-aligned
                      frames, in a level world frame with the floor at height 0;
                      classic: camera poses only, in the reference camera's frame
+  --require-good     write no room file unless every camera's verdict is good (the
+                     report is still written); exit 7 naming the cameras that are not
   --json             print the result (cameras, verdicts, sigmas, files written, exit
                      status and its reason) as one JSON document on standard output;
                      everything else goes to standard error
@@ -116,7 +118,7 @@ Progress (percent toward the next solve, frames collected, solves, last RMS resi
 is one line redrawn in place on a terminal, plain lines otherwise, on standard error.
 
 Exit status:
-  0  a calibration (or a recording, or an export) was written
+  0  a calibration (or a recording, or an export) was written, every camera good
   1  bad command line
   2  no room: unreadable room file, or none of its cameras plugged in
   3  the room has fewer than two cameras
@@ -127,8 +129,10 @@ Exit status:
      both through one file). A calibration whose file failed at the end is kept in
      $XDG_STATE_HOME/halden (default ~/.local/state/halden), else in $TMPDIR (default
      /tmp); the message names the file
-  7  partial: a calibration was written, but some cameras of the room were left out of it
-     (never opened or subscribed, or no usable keypoint shared with another camera)
+  7  partial: some cameras of the room are not good, each named on standard error with
+     its verdict and advice: left out (never opened or subscribed, or no usable keypoint
+     shared with another camera), or written with a verdict other than good (moved,
+     settling, needs frames). The solved cameras are written, unless --require-good
   8  monitor: a camera moved
   9  the recording to replay could not be read: missing, not a recording, from a newer
      Halden, or its room is damaged. A recording damaged or cut short after its room is
@@ -154,6 +158,7 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
                        {"model", "Calibration model.", "M"},
                        {"replay", "Recording to replay.", "FILE"},
                        {"json", "JSON result."},
+                       {"require-good", "Save only an all-good room."},
                        {"verbose", "Trace lines."},
                        {"version", "Version."},
                        {"format", "Export format.", "F"}});
@@ -244,6 +249,11 @@ std::optional<CliOptions> parseCliOptions(const QStringList& arguments, std::str
         return std::nullopt;
     }
     options.classicModel = model == "classic";
+    if (parser.isSet("require-good") && record) {
+        problem = "--require-good is for calibrate";
+        return std::nullopt;
+    }
+    options.requireGood = parser.isSet("require-good");
     AppParams& params = options.params;
     params.depthMode = 4;
     params.detectionConfidence = 50;

@@ -34,6 +34,7 @@ struct CliOptions {
     int seconds = 60;    // 0 with --replay and no --seconds: the whole recording
     std::string output;
     std::string report;  // empty: no report
+    bool requireGood = false;   // write no room file unless every camera reads good
     bool classicModel = false;  // --model classic: poses only, the reference camera's frame
     AppParams params;
     bool verbose = false;  // the workers' trace lines, on standard error

@@ -31,7 +31,7 @@ nlohmann::ordered_json toJson(const CliResult& result) {
     return {{"program", "halden-cli"},
             {"version", HALDEN_VERSION},
             {"status", result.status},
-            {"exitReason", exitReason(result.status)},
+            {"exitReason", result.reason.empty() ? exitReason(result.status) : result.reason},
             {"message", orNull(result.message)},
             {"output", orNull(result.output)},
             {"report", orNull(result.report)},

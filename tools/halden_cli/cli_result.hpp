@@ -14,6 +14,7 @@
 struct CliResult {
     int status = 0;
     std::string message;  // what went wrong, when something did
+    std::string reason;   // the exit reason when the status alone would mislead
     std::vector<int> roomCameras;
     std::string output;  // files really written; empty when not
     std::string report;
