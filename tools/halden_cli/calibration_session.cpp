@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 
 #include "calibration/calibration_verdict.hpp"
@@ -78,11 +79,25 @@ bool writeReport(const std::string& path, const CalibrationReport& report, bool 
     return true;
 }
 
+// Asks the session before handing out the file name, so a room that is not all good can
+// be kept back after the last solve and before anything is written.
+class GatedPrompts : public ConsolePrompts {
+public:
+    explicit GatedPrompts(std::function<bool()> allow_) : allow(std::move(allow_)) {}
+    QString askSaveFileName(const QString& title, const QString& directory, const QString& filter) override {
+        return allow() ? ConsolePrompts::askSaveFileName(title, directory, filter) : QString();
+    }
+
+private:
+    std::function<bool()> allow;
+};
+
 }  // namespace
 
 CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_,
                                        std::unique_ptr<rec::RecordingReader> replay_)
-    : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()),
+    : options(std::move(options_)), room(std::move(room_)),
+      prompts(std::make_shared<GatedPrompts>([this] { return allowSave(); })),
       replay(std::move(replay_)) {
     for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
@@ -196,6 +211,14 @@ void CalibrationSession::finish() {
     const bool written = worker.finishCalib(SKELETON_CALIB);
     // Solves that landed during finishCalib have been reported by now.
     QCoreApplication::sendPostedEvents(this);
+    if (!written && withheld) {
+        std::cerr << "halden-cli: nothing written to " << options.output
+                  << ": --require-good and not every camera is good" << std::endl;
+        result.reason = "not every camera good: nothing written";
+        if (!writeReportIfAsked()) return;
+        end(kPartial);
+        return;
+    }
     if (!written) {
         if (configurationPublished) {
             std::cerr << "halden-cli: could not write " << options.output << std::endl;
@@ -223,7 +246,7 @@ void CalibrationSession::finish() {
     result.saved = saved;
     out() << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
           << " frames, " << solves << " solves)" << std::endl;
-    const bool partial = reportLeftOut(saved, refused);
+    const bool leftOut = reportLeftOut(saved, refused);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
             // The verdict and the uncertainty that covers systematic error come first; the
@@ -242,22 +265,65 @@ void CalibrationSession::finish() {
         }
         out().flush();
     }
+    const bool partial = reportNotGood(saved) || leftOut;
+    if (!writeReportIfAsked()) return;
+    end(partial ? kPartial : kWritten);
+}
+
+bool CalibrationSession::writeReportIfAsked() {
     if (!options.report.empty()) {
         std::string problem;
         if (!lastUsable) {
             std::cerr << "halden-cli: no report to write" << std::endl;
             end(kWriteFailed);
-            return;
+            return false;
         }
         if (!writeReport(options.report, *lastUsable, !options.replay.empty(), problem)) {
             std::cerr << "halden-cli: could not write the report: " << problem << std::endl;
             end(kWriteFailed);
-            return;
+            return false;
         }
         result.report = options.report;
         out() << "Report written to " << options.report << std::endl;
     }
-    end(partial ? kPartial : kWritten);
+    return true;
+}
+
+std::vector<std::pair<int, CameraAssessment>> CalibrationSession::notGood() const {
+    std::vector<std::pair<int, CameraAssessment>> found;
+    for (const lum::FusionConfiguration& configuration : room) {
+        const int serial = configuration.serial_number;
+        CameraAssessment assessment;
+        if (lastUsable) {
+            const CameraCalibrationReport* camera = nullptr;
+            for (const CameraCalibrationReport& entry : lastUsable->cameras)
+                if (entry.camera == serial) camera = &entry;
+            assessment = assessCamera(camera, *lastUsable);
+        }
+        if (assessment.readiness != CameraReadiness::Good) found.emplace_back(serial, assessment);
+    }
+    return found;
+}
+
+bool CalibrationSession::reportNotGood(const std::vector<int>& saved) {
+    bool any = false;
+    for (const auto& [serial, assessment] : notGood()) {
+        // A camera left out has been named with its reason already.
+        if (!withheld && std::find(saved.begin(), saved.end(), serial) == saved.end()) continue;
+        any = true;
+        std::cerr << "halden-cli: camera " << serial << " not good (" << readinessName(assessment.readiness) << ")"
+                  << (assessment.advice.empty() ? "" : ": " + assessment.advice) << std::endl;
+    }
+    return any;
+}
+
+bool CalibrationSession::allowSave() {
+    if (!options.requireGood) return true;
+    // The last solve's report is on its way from the solver thread; its verdict decides.
+    QCoreApplication::sendPostedEvents(this);
+    withheld = !notGood().empty();
+    if (withheld) reportNotGood({});
+    return !withheld;
 }
 
 bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "calibration/calibration_verdict.hpp"
 #include "core/console_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "fusion/recorded_source.hpp"
@@ -39,6 +40,13 @@ private:
     void end(CliStatus status);
     // Names every camera of the room missing from `saved`, and why; true if any was.
     bool reportLeftOut(const std::vector<int>& saved, const std::string& refused);
+    // The room's cameras whose verdict on the last usable solve is not good, with it.
+    std::vector<std::pair<int, CameraAssessment>> notGood() const;
+    // Names each saved camera that is not good on standard error; true if any was.
+    bool reportNotGood(const std::vector<int>& saved);
+    // With --require-good, asked just before the room file is written: false withholds it.
+    bool allowSave();
+    bool writeReportIfAsked();
     ProgressLine::State progressState() const;
     // Where the lines meant for people go: standard error when standard output is the JSON.
     std::ostream& out() const;
@@ -55,6 +63,7 @@ private:
     bool started = false;
     bool ended = false;
     bool configurationPublished = false;
+    bool withheld = false;  // --require-good kept the room file back
     int percent = 0;
     int solves = 0;
     // What finishCalib tried to save, kept elsewhere when its file cannot be written.
