@@ -93,6 +93,7 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
     report.frames = record->frames;
     report.residualBlocks = record->residualBlocks;
     report.solveSeconds = record->seconds;
+    report.floorRefused = record->floorRefused;
 
     std::map<int, double> before, after;
     std::map<int, int> counts, unused;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <string>
 #include <vector>
 
 #include "calibration/pose_uncertainty.hpp"
@@ -25,6 +26,7 @@ struct CalibrationReport {
     int frames = 0;
     int residualBlocks = 0;
     double solveSeconds = 0;
+    std::string floorRefused;  // why the world is not levelled, when the floor was refused
     std::vector<CameraCalibrationReport> cameras;  // by camera identifier
 };
 

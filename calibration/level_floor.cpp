@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 #include <Eigen/Eigenvalues>
@@ -13,6 +14,25 @@ namespace calib {
 namespace {
 
 constexpr size_t kMinimumFrames = 20;
+// Feet on one line leave the floor free to turn about it: a stride's sway (about 0.1 m
+// each side) is too little to hold it, a walk through the room is plenty.
+constexpr double kMinimumSpreadM = 0.2;
+
+// The feet's spread along their narrowest direction across `up`, as a standard deviation.
+double narrowestSpread(const std::vector<Eigen::Vector3d>& points, const Eigen::Vector3d& up) {
+    Eigen::Vector3d centre = Eigen::Vector3d::Zero();
+    for (const Eigen::Vector3d& p : points) centre += p;
+    centre /= double(points.size());
+    const Eigen::Matrix3d across = Eigen::Matrix3d::Identity() - up * up.transpose();
+    Eigen::Matrix3d scatter = Eigen::Matrix3d::Zero();
+    for (const Eigen::Vector3d& p : points) {
+        const Eigen::Vector3d d = across * (p - centre);
+        scatter += d * d.transpose();
+    }
+    // The smallest eigenvalue is `up` itself (zero); the middle one is the narrowest side.
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> eigen(scatter / double(points.size()));
+    return std::sqrt(std::max(0.0, eigen.eigenvalues()[1]));
+}
 
 struct LayoutJoints {
     int leftAnkle = -1, rightAnkle = -1, neck = -1;
@@ -110,6 +130,14 @@ FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& c
 
     std::vector<Eigen::Vector3d> planted;
     for (const Sample& s : samples) planted.push_back(s.left.dot(up) < s.right.dot(up) ? s.left : s.right);
+    const double spread = narrowestSpread(planted, up);
+    if (spread < kMinimumSpreadM) {
+        char text[160];
+        std::snprintf(text, sizeof text,
+                      "the feet stayed on one spot or one line (%.2f m across); the floor is left unlevelled", spread);
+        fit.refused = text;
+        return fit;
+    }
     Eigen::Vector3d centre, normal;
     double rms = 0;
     if (!fitPlane(planted, up, centre, normal, rms)) return fit;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <string>
 
 #include <Eigen/Geometry>
 
@@ -16,11 +17,13 @@ struct FloorFit {
     Eigen::Isometry3d worldFromReference = Eigen::Isometry3d::Identity();
     int samples = 0;       // planted feet the plane was fitted to
     double rmsMm = 0;      // their distance to it
+    std::string refused;   // why the feet gave no floor, when they gave too little of one
 };
 
 // World y = the floor's normal, pointing up (the way people stand); floor at y = 0;
 // origin below the reference camera; world -z = the reference camera's viewing direction
-// laid on the floor. Not found with fewer than 20 frames that show feet and neck.
+// laid on the floor. Not found with fewer than 20 frames that show feet and neck, nor
+// (refused, saying why) when the planted feet do not span a plane: one spot, one line.
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
                     int bodyFormat, double ankleHeight);
 

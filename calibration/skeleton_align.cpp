@@ -257,6 +257,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         const calib::FloorFit floor =
             calib::levelFloor(frames.all(), unknowns, reference, options.bodyFormat, options.refined.ankleHeight);
         if (floor.found) world = floor.worldFromReference;
+        record->floorRefused = floor.refused;
     }
     state.calibratedPoses.clear();
     for (int camera : placed) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "calibration/keypoint_pairs.hpp"
@@ -30,6 +31,7 @@ struct SolveRecord {
     // The up-pair joints, which the floor step stores back in world coordinates: after the
     // first usable solve they are no longer camera measurements, so residuals leave them out.
     std::array<int, 2> rewrittenJoints{-1, -1};
+    std::string floorRefused;  // why the world was left unlevelled, when the floor was refused
 };
 
 }  // namespace calib

@@ -265,6 +265,8 @@ void CalibrationSession::finish() {
         }
         out().flush();
     }
+    if (lastUsable && !lastUsable->floorRefused.empty())
+        std::cerr << "halden-cli: warning: " << lastUsable->floorRefused << std::endl;
     const bool partial = reportNotGood(saved) || leftOut;
     if (!writeReportIfAsked()) return;
     end(partial ? kPartial : kWritten);
