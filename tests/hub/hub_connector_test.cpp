@@ -376,7 +376,13 @@ TEST_F(HubConnectorTest, EmulatorKeepsItsFileItsMemoryAndItsWorkers) {
     ASSERT_TRUE(status.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(status.readAll());
     const long residentKb = text.section("VmRSS:", 1).trimmed().section(' ', 0, 0).toLong();
-    EXPECT_LT(residentKb, 300 * 1024) << text.toStdString();
+#ifdef __SANITIZE_ADDRESS__
+    // The address sanitizer keeps freed memory in quarantine and adds its shadow on top.
+    const long boundKb = 600 * 1024;
+#else
+    const long boundKb = 300 * 1024;
+#endif
+    EXPECT_LT(residentKb, boundKb) << text.toStdString();
     // The file stays small too: the old emulator's indentation made 69 MB of a 1 MB body.
     EXPECT_LT(QFileInfo(QString::fromStdString(target)).size(), qint64(16) << 20);
     EXPECT_EQ(httpStatus(port, "PUT", "/api/v1/workspaces/3", token, R"({"user_data": {}})"), 200);
