@@ -11,10 +11,10 @@ function(halden_library name)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
-# halden_gtest(NAME SOURCES ... LIBS ... [LABELS ...]): one GoogleTest executable; each
+# halden_gtest(NAME [ROOMS] SOURCES ... LIBS ... [LABELS ...]): one GoogleTest executable; each
 # test case becomes a ctest test.
 function(halden_gtest name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "ROOMS" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -24,8 +24,14 @@ function(halden_gtest name)
   target_compile_definitions(${name} PRIVATE HALDEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                                              HALDEN_BINARY_DIR="${PROJECT_BINARY_DIR}")
   include(GoogleTest)
+  # Programs that start simulated rooms take the room lock: the virtual-clock runs use every
+  # core flat out, and a window test beside them misses its cameras' 2 s handshakes.
+  set(lock "")
+  if(ARG_ROOMS)
+    set(lock "simulated-rooms")
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-                       PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+                       PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" RESOURCE_LOCK "${lock}")
 endfunction()
 
 # halden_qtest(NAME SOURCES ... LIBS ...): one Qt Test executable, labelled gui (run under Xvfb).
@@ -40,7 +46,7 @@ function(halden_qtest name)
   target_compile_definitions(${name} PRIVATE HALDEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                                              HALDEN_BINARY_DIR="${PROJECT_BINARY_DIR}")
   add_test(NAME ${name} COMMAND ${name})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS gui)
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS gui RESOURCE_LOCK simulated-rooms)
 endfunction()
 
 # halden_gui_tests(LIBS ...): one Qt Test program per *_guitest.cpp of the calling folder,
