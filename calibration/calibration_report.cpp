@@ -47,7 +47,7 @@ void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, cons
 bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
                      std::map<int, Eigen::Matrix3d>& translation) {
     Poses poses = record.after;
-    calib::PairProblem fast(record.pairs, poses, record.robust, 2, record.reference);
+    calib::PairProblem fast(record.pairs.get(), poses, record.robust, 2, record.reference);
     fast.evaluator().setWeighted(record.weighted);
     ceres::Problem& problem = fast.problem();
     std::vector<std::pair<const double*, const double*>> wanted;
@@ -85,7 +85,9 @@ bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matr
 
 }  // namespace
 
-CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration) {
+namespace {
+
+CalibrationReport makeReport(const SkeletonMulticameraCalibration& calibration, bool withCovariance) {
     CalibrationReport report;
     const std::shared_ptr<const calib::SolveRecord> record = calibration.state.lastSolve;
     if (!record) return report;
@@ -105,7 +107,7 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
         blocks[pair.cameraB] += int(pair.pairs.size());
     }
     std::map<int, Eigen::Matrix3d> rotation, translation;
-    const bool haveCovariance = poseCovariances(*record, rotation, translation);
+    const bool haveCovariance = withCovariance && poseCovariances(*record, rotation, translation);
 
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (const auto& [camera, blockCount] : blocks) {
@@ -125,4 +127,14 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
         report.cameras.push_back(entry);
     }
     return report;
+}
+
+}  // namespace
+
+CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration) {
+    return makeReport(calibration, true);
+}
+
+CalibrationReport makeResidualReport(const SkeletonMulticameraCalibration& calibration) {
+    return makeReport(calibration, false);
 }

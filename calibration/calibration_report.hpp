@@ -34,3 +34,6 @@ struct CalibrationReport {
 // (unusable) report when none did. Sigmas are NaN when the covariance is rank deficient.
 // Keypoints are taken to be in metres (the unit the fusion runs in).
 CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& calibration);
+// The same without the covariance (sigmas NaN): residuals and shared frames only, for
+// solves that are only compared by them.
+CalibrationReport makeResidualReport(const SkeletonMulticameraCalibration& calibration);

@@ -1,33 +1,115 @@
-// The calibration's frame store: the guard on the way in, and slices for the half-walk
-// solves.
+// The calibration's frame store: the guard on the way in, copy-on-write chunks, and
+// slices for the half-walk solves.
 #include "calibration/frame_store.hpp"
 
 #include <algorithm>
-#include <iterator>
 
 namespace calib {
 
+namespace {
+
+// Small enough that copying the chunk a solve still shares costs little, large enough
+// that a long walk is a few dozen chunks.
+constexpr size_t kChunkFrames = 64;
+
+}  // namespace
+
+void FrameChunk::collect() const {
+    std::call_once(collected_, [this] {
+        pairs_ = collectFramePairs(frames_, &leftOut_);
+        collectedFlag_.store(true, std::memory_order_release);
+    });
+}
+
+const std::vector<FramePair>& FrameChunk::framePairs() const {
+    collect();
+    return pairs_;
+}
+
+int FrameChunk::jointsLeftOut() const {
+    collect();
+    return leftOut_;
+}
+
+FrameStore::const_iterator::const_iterator(const Chunks* chunks, size_t chunk)
+    : chunks_(chunks), chunk_(chunk), end_(chunks->size()) {
+    // A store never keeps an empty chunk.
+    if (chunk_ < end_) frame_ = (*chunks_)[chunk_]->frames().begin();
+}
+
+FrameStore::const_iterator& FrameStore::const_iterator::operator++() {
+    if (++frame_ == (*chunks_)[chunk_]->frames().end() && ++chunk_ < end_)
+        frame_ = (*chunks_)[chunk_]->frames().begin();
+    return *this;
+}
+
 bool FrameStore::add(lum::Timestamp ts, std::map<int, lum::BodyData> bodies) {
-    if (frames_.count(ts)) return false;
+    // The chunk whose stretch of time holds ts: the last that starts at or before it.
+    size_t at = 0;
+    while (at + 1 < chunks_.size() && chunks_[at + 1]->frames().begin()->first <= ts) ++at;
+    if (!chunks_.empty() && chunks_[at]->frames().count(ts)) return false;
     for (auto& [camera, body] : bodies) {
         dropUnusableKeypoints(body, drops_);
         cameras_.insert(camera);
     }
-    frames_.emplace(ts, std::move(bodies));
+    const bool append = chunks_.empty() ||
+                        (at + 1 == chunks_.size() && chunks_[at]->frames().size() >= kChunkFrames &&
+                         chunks_[at]->frames().rbegin()->first < ts);
+    if (append) {
+        Frames frames;
+        frames.emplace(ts, std::move(bodies));
+        chunks_.push_back(std::make_shared<FrameChunk>(std::move(frames)));
+    } else {
+        // A chunk a snapshot holds, or one a solve already read, is never written.
+        std::shared_ptr<FrameChunk> chunk;
+        if (chunks_[at].use_count() == 1 && !chunks_[at]->collected())
+            chunk = std::const_pointer_cast<FrameChunk>(chunks_[at]);
+        else
+            chunk = std::make_shared<FrameChunk>(*chunks_[at]);
+        chunk->mutableFrames().emplace(ts, std::move(bodies));
+        chunks_[at] = chunk;
+        // Frames that arrive out of order can swell a chunk in the middle; split it then.
+        if (chunk->frames().size() >= 2 * kChunkFrames) {
+            Frames later;
+            auto middle = std::next(chunk->frames().begin(), std::ptrdiff_t(kChunkFrames));
+            later.insert(middle, chunk->frames().end());
+            chunk->mutableFrames().erase(middle, chunk->mutableFrames().end());
+            chunks_.insert(chunks_.begin() + std::ptrdiff_t(at + 1), std::make_shared<FrameChunk>(std::move(later)));
+        }
+    }
+    ++size_;
     last_ = std::max(last_, ts);
     return true;
 }
 
+FrameParts FrameStore::parts() const {
+    FrameParts parts;
+    parts.reserve(chunks_.size());
+    for (const auto& chunk : chunks_) parts.push_back(&chunk->frames());
+    return parts;
+}
+
 FrameStore FrameStore::slice(size_t first, size_t last) const {
     FrameStore part;
-    last = std::min(last, frames_.size());
-    if (first >= last) return part;
-    auto from = std::next(frames_.begin(), std::ptrdiff_t(first));
-    auto to = std::next(from, std::ptrdiff_t(last - first));
-    for (auto it = from; it != to; ++it) {
-        for (const auto& [camera, body] : it->second) part.cameras_.insert(camera);
-        part.frames_.insert(*it);
-        part.last_ = std::max(part.last_, it->first);
+    last = std::min(last, size_);
+    size_t from = 0;  // index of the chunk's first frame
+    for (const auto& chunk : chunks_) {
+        const size_t n = chunk->frames().size(), to = from + n;
+        if (to > first && from < last) {
+            if (from >= first && to <= last) {
+                part.chunks_.push_back(chunk);
+            } else {
+                auto begin = std::next(chunk->frames().begin(), std::ptrdiff_t(std::max(first, from) - from));
+                auto end = std::next(chunk->frames().begin(), std::ptrdiff_t(std::min(last, to) - from));
+                part.chunks_.push_back(std::make_shared<FrameChunk>(Frames(begin, end)));
+            }
+            const Frames& kept = part.chunks_.back()->frames();
+            part.size_ += kept.size();
+            part.last_ = std::max(part.last_, kept.rbegin()->first);
+            for (const auto& [ts, bodies] : kept)
+                for (const auto& [camera, body] : bodies) part.cameras_.insert(camera);
+        }
+        from = to;
     }
     return part;
 }

@@ -1,41 +1,109 @@
-// The frames a skeleton calibration collected: append-only, keyed by capture time. A
-// solve reads them and never writes; keypoints that would poison it never get in.
+// The frames a skeleton calibration collected, keyed by capture time, in shared immutable
+// chunks: a copy for a solve costs a few pointers, and the collector goes on adding.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <set>
+#include <vector>
 
 #include "calibration/keypoint_filter.hpp"
 #include "calibration/keypoint_pairs.hpp"
+#include "calibration/refined_solver.hpp"
 #include "lum/records.hpp"
 
 namespace calib {
 
+// A stretch of consecutive frames. Never changed once two stores hold it (a store about
+// to add to a shared chunk adds to its own copy), so what a solve derives from its frames
+// alone is derived once and kept beside them.
+class FrameChunk {
+public:
+    explicit FrameChunk(Frames frames) : frames_(std::move(frames)) {}
+    FrameChunk(const FrameChunk& other) : frames_(other.frames_) {}
+    FrameChunk& operator=(const FrameChunk&) = delete;
+
+    const Frames& frames() const { return frames_; }
+    Frames& mutableFrames() { return frames_; }
+    // The frame pairs of these frames and the joints left out of them; built on first use,
+    // from any thread.
+    const std::vector<FramePair>& framePairs() const;
+    int jointsLeftOut() const;
+    bool collected() const { return collectedFlag_.load(std::memory_order_acquire); }
+
+private:
+    void collect() const;
+
+    Frames frames_;
+    mutable std::once_flag collected_;
+    mutable std::vector<FramePair> pairs_;
+    mutable int leftOut_ = 0;
+    mutable std::atomic<bool> collectedFlag_{false};
+};
+
 class FrameStore {
 public:
+    using Chunks = std::vector<std::shared_ptr<const FrameChunk>>;
+
+    class const_iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Frames::value_type;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const value_type*;
+        using reference = const value_type&;
+
+        const_iterator() = default;
+        const_iterator(const Chunks* chunks, size_t chunk);
+        reference operator*() const { return *frame_; }
+        pointer operator->() const { return &*frame_; }
+        const_iterator& operator++();
+        const_iterator operator++(int) {
+            const_iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const const_iterator& other) const {
+            return chunk_ == other.chunk_ && (chunk_ == end_ || frame_ == other.frame_);
+        }
+        bool operator!=(const const_iterator& other) const { return !(*this == other); }
+
+    private:
+        const Chunks* chunks_ = nullptr;
+        size_t chunk_ = 0, end_ = 0;
+        Frames::const_iterator frame_;
+    };
+
     // Stores one frame (each camera's body of one person at one instant), after blanking
     // the keypoints the guard refuses. A frame never replaces one already stored at `ts`:
     // false then, and nothing changes.
     bool add(lum::Timestamp ts, std::map<int, lum::BodyData> bodies);
 
-    const Frames& all() const { return frames_; }
-    Frames::const_iterator begin() const { return frames_.begin(); }
-    Frames::const_iterator end() const { return frames_.end(); }
-    size_t size() const { return frames_.size(); }
-    bool empty() const { return frames_.empty(); }
+    const_iterator begin() const { return const_iterator(&chunks_, 0); }
+    const_iterator end() const { return const_iterator(&chunks_, chunks_.size()); }
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
     // Every camera that brought a body, and the time of the latest frame (0 when empty).
     const std::set<int>& cameras() const { return cameras_; }
     lum::Timestamp lastTimestamp() const { return last_; }
     // Keypoints add() refused, by reason, since this store was made.
     const KeypointDrops& droppedKeypoints() const { return drops_; }
 
+    // The chunks in time order, and their frames as parts to read in that order.
+    const Chunks& chunks() const { return chunks_; }
+    FrameParts parts() const;
+
     // The frames from the `first`-th (in time) up to but excluding the `last`-th, as a store
-    // of their own.
+    // of their own; whole chunks are shared, not copied.
     FrameStore slice(size_t first, size_t last) const;
 
 private:
-    Frames frames_;
+    Chunks chunks_;
+    size_t size_ = 0;
     std::set<int> cameras_;
     lum::Timestamp last_ = 0;
     KeypointDrops drops_;

@@ -27,10 +27,10 @@ Eigen::Matrix3d informationFactor(const lum::BodyData& body, size_t keypoint) {
     return llt.matrixL();
 }
 
-std::vector<CameraPairData> collectKeypointPairs(const Frames& frames) {
+std::vector<CameraPairData> collectKeypointPairs(const FrameParts& parts) {
     std::map<std::pair<int, int>, CameraPairData> byPair;
     std::map<std::pair<int, int>, lum::Timestamp> lastFrame;
-    forEachKeypointPair(frames, [&](lum::Timestamp ts, int cameraA, int cameraB,
+    forEachKeypointPair(parts, [&](lum::Timestamp ts, int cameraA, int cameraB,
                                     const Eigen::Vector3d& a, const Eigen::Vector3d& b,
                                     const Eigen::Matrix3d& weight, int keypoint) {
         CameraPairData& data = byPair[{cameraA, cameraB}];

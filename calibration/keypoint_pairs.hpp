@@ -32,6 +32,8 @@ struct CameraPairData {
 };
 
 using Frames = std::map<lum::Timestamp, std::map<int, lum::BodyData>>;
+// Frames kept in several consecutive parts, read one part after the other.
+using FrameParts = std::vector<const Frames*>;
 
 // True for a finite coordinate (NaN marks an undetected joint).
 bool isUsable(float x);
@@ -44,8 +46,9 @@ Eigen::Matrix3d informationFactor(const lum::BodyData& body, size_t keypoint);
 // Calls visit(ts, cameraA, cameraB, pointA, pointB, weight, keypoint) for every block of the
 // problem, in frame, camera A, camera B, keypoint order (both orders of each pair).
 template <typename Visit>
-void forEachKeypointPair(const Frames& frames, Visit&& visit) {
-    for (const auto& [ts, bodies] : frames) {
+void forEachKeypointPair(const FrameParts& parts, Visit&& visit) {
+    for (const Frames* frames : parts)
+    for (const auto& [ts, bodies] : *frames) {
         for (const auto& [cameraA, bodyA] : bodies) {
             for (const auto& [cameraB, bodyB] : bodies) {
                 if (cameraA == cameraB) continue;
@@ -63,7 +66,15 @@ void forEachKeypointPair(const Frames& frames, Visit&& visit) {
     }
 }
 
+template <typename Visit>
+void forEachKeypointPair(const Frames& frames, Visit&& visit) {
+    forEachKeypointPair(FrameParts{&frames}, visit);
+}
+
 // All blocks grouped by ordered camera pair (pairs without a block are left out).
-std::vector<CameraPairData> collectKeypointPairs(const Frames& frames);
+std::vector<CameraPairData> collectKeypointPairs(const FrameParts& parts);
+inline std::vector<CameraPairData> collectKeypointPairs(const Frames& frames) {
+    return collectKeypointPairs(FrameParts{&frames});
+}
 
 }  // namespace calib

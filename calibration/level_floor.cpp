@@ -105,6 +105,11 @@ bool fitPlane(std::vector<Eigen::Vector3d> points, const Eigen::Vector3d& up, Ei
 
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
                     int bodyFormat, double ankleHeight) {
+    return levelFloor(FrameParts{&frames}, cameras, reference, bodyFormat, ankleHeight);
+}
+
+FloorFit levelFloor(const FrameParts& parts, const std::map<int, CameraUnknowns>& cameras, int reference,
+                    int bodyFormat, double ankleHeight) {
     FloorFit fit;
     const LayoutJoints joints = layoutJoints(bodyFormat);
     auto referenceUnknowns = cameras.find(reference);
@@ -115,7 +120,8 @@ FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& c
     };
     std::vector<Sample> samples;
     Eigen::Vector3d up = Eigen::Vector3d::Zero();
-    for (const auto& [ts, bodies] : frames) {
+    for (const Frames* frames : parts)
+    for (const auto& [ts, bodies] : *frames) {
         Sample s;
         Eigen::Vector3d neck;
         if (!fusedJoint(bodies, cameras, joints.leftAnkle, s.left) ||

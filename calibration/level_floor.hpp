@@ -24,6 +24,8 @@ struct FloorFit {
 // origin below the reference camera; world -z = the reference camera's viewing direction
 // laid on the floor. Not found with fewer than 20 frames that show feet and neck, nor
 // (refused, saying why) when the planted feet do not span a plane: one spot, one line.
+FloorFit levelFloor(const FrameParts& parts, const std::map<int, CameraUnknowns>& cameras, int reference,
+                    int bodyFormat, double ankleHeight);
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
                     int bodyFormat, double ankleHeight);
 

@@ -41,9 +41,8 @@ void accumulate(const FramePair& pair, const CameraState& a, const CameraState& 
     Eigen::Matrix<double, 6, 1> g;
     for (const JointPair& joint : pair.joints) {
         if (weights == MomentWeights::Refined) {
-            const Eigen::Matrix3d w = jointWeight(joint, a.rotation, a.translation, a.bias, b.rotation,
-                                                  b.translation, b.bias, options);
-            const Eigen::Matrix3d G = w.transpose() * w;
+            const Eigen::Matrix3d G = jointInformation(joint, a.rotation, a.translation, a.bias, b.rotation,
+                                                       b.translation, b.bias, options);
             g << G(0, 0), G(0, 1), G(0, 2), G(1, 1), G(1, 2), G(2, 2);
         } else {
             g << 1, 0, 0, 1, 0, 1;
@@ -78,7 +77,7 @@ MomentMatrix unpack(const Accumulator& sums) {
 
 }  // namespace
 
-std::vector<PairMoments> sumMoments(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+std::vector<PairMoments> sumMoments(const FramePairList& pairs, size_t begin, size_t end,
                                     const std::map<int, CameraUnknowns>& cameras, const RefinedOptions& options,
                                     MomentWeights weights, int threads) {
     end = std::min(end, pairs.size());

@@ -31,7 +31,7 @@ enum class MomentWeights {
 // Sums the frame pairs in [begin, end) per camera pair, in frame pair order. The range is
 // split in two fixed halves (one per thread when `threads` > 1), so the sums never depend
 // on how many threads ran.
-std::vector<PairMoments> sumMoments(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+std::vector<PairMoments> sumMoments(const FramePairList& pairs, size_t begin, size_t end,
                                     const std::map<int, CameraUnknowns>& cameras, const RefinedOptions& options,
                                     MomentWeights weights, int threads);
 

@@ -103,15 +103,28 @@ std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped) {
     return out;
 }
 
-std::vector<CameraPairData> toCameraPairs(const std::vector<FramePair>& pairs) {
+void FramePairList::append(const std::vector<FramePair>& part) {
+    if (part.empty()) return;
+    parts_.push_back(&part);
+    starts_.push_back(size_);
+    size_ += part.size();
+}
+
+const FramePair& FramePairList::operator[](size_t i) const {
+    const size_t p = size_t(std::upper_bound(starts_.begin(), starts_.end(), i) - starts_.begin()) - 1;
+    return (*parts_[p])[i - starts_[p]];
+}
+
+std::vector<CameraPairData> toCameraPairs(const FramePairList& pairs) {
     std::map<std::pair<int, int>, CameraPairData> byPair;
     std::map<std::pair<int, int>, size_t> sizes;
-    for (const FramePair& pair : pairs) sizes[{pair.cameraA, pair.cameraB}] += pair.joints.size();
+    for (size_t i = 0; i < pairs.size(); ++i) sizes[{pairs[i].cameraA, pairs[i].cameraB}] += pairs[i].joints.size();
     for (const auto& [key, size] : sizes) {
         byPair[key].pairs.reserve(size);
         byPair[{key.second, key.first}].pairs.reserve(size);
     }
-    for (const FramePair& pair : pairs) {
+    for (size_t i = 0; i < pairs.size(); ++i) {
+        const FramePair& pair = pairs[i];
         for (const bool swap : {false, true}) {
             CameraPairData& data = byPair[swap ? std::make_pair(pair.cameraB, pair.cameraA)
                                                : std::make_pair(pair.cameraA, pair.cameraB)];
@@ -196,6 +209,23 @@ Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, c
     return w;
 }
 
+Eigen::Matrix3d jointInformation(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA,
+                                 double bA, const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
+                                 const RefinedOptions& options) {
+    const double model = 2.0 * options.jointSigma * options.jointSigma;
+    Eigen::Matrix3d covariance = rA * joint.covarianceA * rA.transpose() + rB * joint.covarianceB * rB.transpose();
+    covariance.diagonal().array() += model;
+    Eigen::Matrix3d information = covariance.inverse();
+    // Positive definite, as the factor jointWeight() takes needs; its leading minors say so.
+    const bool positive = information(0, 0) > 0 && information.topLeftCorner<2, 2>().determinant() > 0 &&
+                          information.determinant() > 0;
+    if (!positive) information = Eigen::Matrix3d::Identity() / (options.jointSigma * options.jointSigma);
+    const Eigen::Vector3d d = rA * (joint.a + bA * joint.rayA) + tA - rB * (joint.b + bB * joint.rayB) - tB;
+    const double sigmas = std::sqrt(std::max(0.0, d.dot(information * d)));
+    if (sigmas > options.huberSigmas) information *= options.huberSigmas / sigmas;
+    return information;
+}
+
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options) {
     for (FramePair& pair : pairs) {
@@ -252,7 +282,7 @@ bool solvePairs(const std::vector<PairMoments>& moments, std::map<int, CameraUnk
 
 }  // namespace
 
-bool solveLeastSquares(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
                        int maxIterations) {
     const RefinedOptions plain;
     const std::vector<PairMoments> moments =
@@ -260,7 +290,7 @@ bool solveLeastSquares(const std::vector<FramePair>& pairs, std::map<int, Camera
     return solvePairs(moments, cameras, reference, plain, false, maxIterations);
 }
 
-bool solveRefined(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+bool solveRefined(const FramePairList& pairs, size_t begin, size_t end,
                   std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds) {
     for (int round = 0; round < rounds; ++round) {
         const std::vector<PairMoments> moments =
@@ -271,7 +301,7 @@ bool solveRefined(const std::vector<FramePair>& pairs, size_t begin, size_t end,
     return true;
 }
 
-bool solveRefined(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+bool solveRefined(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
                   const RefinedOptions& options, int rounds) {
     return solveRefined(pairs, 0, pairs.size(), cameras, reference, options, rounds);
 }

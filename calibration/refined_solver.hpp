@@ -45,12 +45,29 @@ struct FramePair {
     std::vector<Eigen::Matrix3d> weights;  // W with W^T W = information of the difference; set by reweight()
 };
 
+// Frame pairs read in order from one or more parts that outlive the list (a store's
+// chunks, each collected once), so a solve never copies them.
+class FramePairList {
+public:
+    FramePairList() = default;
+    // Implicit: one vector is a list of one part.
+    FramePairList(const std::vector<FramePair>& pairs) { append(pairs); }  // NOLINT(google-explicit-constructor)
+    void append(const std::vector<FramePair>& part);
+    size_t size() const { return size_; }
+    const FramePair& operator[](size_t i) const;
+
+private:
+    std::vector<const std::vector<FramePair>*> parts_;
+    std::vector<size_t> starts_;
+    size_t size_ = 0;
+};
+
 // Every frame's joint pairs (each unordered camera pair once); joints with an unusable
 // covariance are left out and counted.
 std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped = nullptr);
 
 // The same joints as unweighted keypoint pairs of the classic problem (both orders).
-std::vector<CameraPairData> toCameraPairs(const std::vector<FramePair>& pairs);
+std::vector<CameraPairData> toCameraPairs(const FramePairList& pairs);
 
 struct CameraUnknowns {
     double q[4] = {0, 0, 0, 1};  // x, y, z, w: camera to reference
@@ -63,6 +80,11 @@ struct CameraUnknowns {
 Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
                             const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
                             const RefinedOptions& options);
+
+// W^T W of jointWeight(), without the factorisation: what the per-pair sums need.
+Eigen::Matrix3d jointInformation(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA,
+                                 double bA, const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
+                                 const RefinedOptions& options);
 
 // r = W ((RA (a + bA rayA) + tA) - (RB (b + bB rayB) + tB)) over every joint of one frame
 // pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians. The solves sum the
@@ -85,15 +107,15 @@ constexpr int kSolveThreads = 2;
 
 // Plain least squares of the joints' distances, biases held: what finds the basin for a
 // first solve from nowhere. False when the solve gave no usable result.
-bool solveLeastSquares(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
                        int maxIterations);
 
 // Solves poses (and biases) from the current unknowns, which should already be close, on
 // the frame pairs [begin, end): reweighting rounds, each a plain least-squares solve. The
 // camera `reference` keeps its pose. False when a solve gave no usable result.
-bool solveRefined(const std::vector<FramePair>& pairs, size_t begin, size_t end,
+bool solveRefined(const FramePairList& pairs, size_t begin, size_t end,
                   std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds);
-bool solveRefined(const std::vector<FramePair>& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+bool solveRefined(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
                   const RefinedOptions& options, int rounds);
 
 }  // namespace calib

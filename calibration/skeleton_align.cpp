@@ -61,8 +61,7 @@ std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& 
 using WorldJoints = decltype(calib::SolverState::worldJoints);
 
 // The stored frames with the joints Classic's floor steps carried into the world.
-calib::Frames withWorldJoints(const calib::Frames& frames, const WorldJoints& world, const FloorKeypoints& up) {
-    calib::Frames rewritten = frames;
+calib::Frames withWorldJoints(calib::Frames rewritten, const WorldJoints& world, const FloorKeypoints& up) {
     for (const auto& [ts, cameras] : world) {
         auto frame = rewritten.find(ts);
         if (frame == rewritten.end()) continue;
@@ -96,8 +95,9 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     // Earlier floor steps carried some joints into the world; this solve reads them so.
     calib::Frames rewrittenFrames;
     if (!state.worldJoints.empty())
-        rewrittenFrames = withWorldJoints(frames.all(), state.worldJoints, floorKeypoints(options.bodyFormat));
-    const calib::Frames& seen = state.worldJoints.empty() ? frames.all() : rewrittenFrames;
+        rewrittenFrames = withWorldJoints(calib::Frames(frames.begin(), frames.end()), state.worldJoints,
+                                          floorKeypoints(options.bodyFormat));
+    const calib::FrameParts seen = state.worldJoints.empty() ? frames.parts() : calib::FrameParts{&rewrittenFrames};
 
     auto record = std::make_shared<calib::SolveRecord>();
     auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(seen));
@@ -105,7 +105,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     for (const calib::CameraPairData& pair : *pairs) residualBlocks += int(pair.pairs.size());
     if (residualBlocks < kMinimumResidualBlocks) return false;
 
-    record->pairs = pairs;
+    record->pairs = calib::KeypointPairsOnDemand(pairs);
     record->before = poses;
     // The smallest camera that shares keypoints holds the world; one whose every keypoint
     // was refused has no say in it.
@@ -163,7 +163,8 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     const FloorKeypoints keypoints = floorKeypoints(options.bodyFormat);
     std::vector<lum::Vector3f> floor;
     size_t upSamples = 0;
-    for (const auto& [ts, bodies] : seen) {
+    for (const calib::Frames* part : seen)
+    for (const auto& [ts, bodies] : *part) {
         for (const auto& [camera, body] : bodies) {
             const lum::Transform& transform = transforms[camera];
             for (int foot : keypoints.feet)
@@ -198,17 +199,28 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
     state.framesAtLastCalibration = int(frames.size());
 
-    std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames.all(), &state.keypointsLeftOut);
-    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::toCameraPairs(framePairs));
+    // Each chunk's frame pairs were collected when a solve first read it; frames never change.
+    calib::FramePairList framePairs;
+    state.keypointsLeftOut = 0;
+    for (const auto& chunk : frames.chunks()) {
+        framePairs.append(chunk->framePairs());
+        state.keypointsLeftOut += chunk->jointsLeftOut();
+    }
     size_t joints = 0;
-    for (const calib::FramePair& pair : framePairs) joints += pair.joints.size();
+    for (size_t i = 0; i < framePairs.size(); ++i) joints += framePairs[i].joints.size();
     // The same minimum as the classic model, which counts each joint pair twice.
     if (2 * int(joints) < kMinimumResidualBlocks) return false;
 
-    const std::set<int> placed = camerasSharingKeypoints(*pairs);
+    std::set<int> placed;  // every frame pair holds at least one joint
+    for (size_t i = 0; i < framePairs.size(); ++i) placed.insert({framePairs[i].cameraA, framePairs[i].cameraB});
     const int reference = *placed.begin();
     auto record = std::make_shared<calib::SolveRecord>();
-    record->pairs = pairs;
+    // The report reads them both ways round; gathered only if one is made.
+    record->pairs = calib::KeypointPairsOnDemand([chunks = frames.chunks()] {
+        calib::FramePairList list;
+        for (const auto& chunk : chunks) list.append(chunk->framePairs());
+        return calib::toCameraPairs(list);
+    });
     record->before = poses;
     record->reference = reference;
     record->robust = true;
@@ -255,7 +267,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     Eigen::Isometry3d world = Eigen::Isometry3d::Identity();
     if (options.levelFloor) {
         const calib::FloorFit floor =
-            calib::levelFloor(frames.all(), unknowns, reference, options.bodyFormat, options.refined.ankleHeight);
+            calib::levelFloor(frames.parts(), unknowns, reference, options.bodyFormat, options.refined.ankleHeight);
         if (floor.found) world = floor.worldFromReference;
         record->floorRefused = floor.refused;
     }

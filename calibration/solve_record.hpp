@@ -3,8 +3,10 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,8 +15,31 @@
 
 namespace calib {
 
+// Every keypoint pair of a solve by ordered camera pair, gathered the first time anyone
+// asks (from any thread): the reports need them, the solves of the Refined model do not.
+// Copies share one gathering.
+class KeypointPairsOnDemand {
+public:
+    using Pairs = std::shared_ptr<const std::vector<CameraPairData>>;
+    KeypointPairsOnDemand() = default;
+    explicit KeypointPairsOnDemand(Pairs ready);
+    explicit KeypointPairsOnDemand(std::function<std::vector<CameraPairData>()> gather);
+    const Pairs& get() const;
+    const std::vector<CameraPairData>& operator*() const { return *get(); }
+    const std::vector<CameraPairData>* operator->() const { return get().get(); }
+    explicit operator bool() const { return shared_ != nullptr; }
+
+private:
+    struct Shared {
+        std::once_flag once;
+        std::function<std::vector<CameraPairData>()> gather;
+        Pairs pairs;
+    };
+    std::shared_ptr<Shared> shared_;
+};
+
 struct SolveRecord {
-    std::shared_ptr<const std::vector<CameraPairData>> pairs;
+    KeypointPairsOnDemand pairs;
     std::map<int, PoseStruct> before;
     std::map<int, PoseStruct> after;
     // Refined only: each camera's depth bias at the start and at the end of the solve, so

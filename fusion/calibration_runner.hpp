@@ -1,5 +1,5 @@
-// Runs one skeleton calibration at a time on a thread of its own, on a copy of the store,
-// so the fusion loop keeps processing frames while the solver works. One thread serves
+// Runs one skeleton calibration at a time on a thread of its own, on a snapshot sharing the
+// store's frames, so the fusion loop keeps processing frames while the solver works. One thread serves
 // every solve of the runner's life.
 #pragma once
 
@@ -31,7 +31,8 @@ public:
     void setLowPriority(bool low) { lowPriority = low; }
     // True from start() until the result has been taken.
     bool busy() const;
-    // Copies the store (on the caller's thread) and solves the copy on the solver thread.
+    // Takes a snapshot (on the caller's thread; the frames are shared, not copied) and solves
+    // it on the solver thread.
     // Does nothing while busy(). The owner serialises start(), take() and destruction.
     void start(const SkeletonMulticameraCalibration& store);
     // The finished solve, once; nothing while the solver still works or after it was taken.

@@ -47,7 +47,7 @@ TEST(KeypointFilter, RefusesAndCountsPoisonedKeypointsWithoutLosingTheRoom) {
     EXPECT_EQ(calibration.frames.droppedKeypoints().implausible, 8);
     EXPECT_EQ(calibration.frames.droppedKeypoints().nonFinite, 8);
     EXPECT_EQ(calibration.frames.droppedKeypoints().badCovariance, 24);
-    calib::forEachKeypointPair(calibration.frames.all(), [](lum::Timestamp, int, int, const Eigen::Vector3d&,
+    calib::forEachKeypointPair(calibration.frames.parts(), [](lum::Timestamp, int, int, const Eigen::Vector3d&,
                                                       const Eigen::Vector3d&, const Eigen::Matrix3d& weight, int) {
         ASSERT_TRUE(weight.allFinite());
     });

@@ -186,7 +186,7 @@ TEST(RefinedMoments, MatchTheLiteralBlocksOfEveryFrame) {
     synthetic::Room room(options);
     Calibration store = refinedCalibration();
     room.feed(store, 40);
-    std::vector<calib::FramePair> pairs = calib::collectFramePairs(store.frames.all());
+    std::vector<calib::FramePair> pairs = calib::collectFramePairs(calib::Frames(store.frames.begin(), store.frames.end()));
     std::map<int, calib::CameraUnknowns> cameras;
     for (size_t i = 0; i < room.cameras.size(); ++i) {
         const Eigen::Isometry3d truth = room.relativeTruth(i);

@@ -65,7 +65,7 @@ TEST(SkeletonResidual, BatchedPairsMatchPerKeypointBlocks) {
     synthetic::Room room(options);
     Calibration store;
     room.feed(store, 8);
-    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(store.frames.all()));
+    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(store.frames.parts()));
     std::map<int, Calibration::PoseStruct> poses;
     for (size_t i = 0; i < room.cameras.size(); ++i) {
         const Eigen::Isometry3d truth = room.relativeTruth(i);

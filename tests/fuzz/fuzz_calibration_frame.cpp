@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::map<int, lum::BodyData> seen{{1, moved(body, 0.05f * f)}, {2, moved(body, 0.05f * f + 1.f)}};
         classic.frames.add(lum::Timestamp(uint64_t(1e9) + uint64_t(f) * 500000000ULL), seen);
     }
-    calib::forEachKeypointPair(classic.frames.all(), [](lum::Timestamp, int, int, const Eigen::Vector3d& a,
+    calib::forEachKeypointPair(classic.frames.parts(), [](lum::Timestamp, int, int, const Eigen::Vector3d& a,
                                                   const Eigen::Vector3d& b, const Eigen::Matrix3d& weight, int) {
         if (!a.allFinite() || !b.allFinite() || !weight.allFinite()) std::abort();
     });
