@@ -246,9 +246,9 @@ ConsensusSeeds seedCameras(const Frames& frames, const std::map<int, Eigen::Isom
                 best = &fit;
                 other = key.first == camera ? key.second : key.first;
             }
-        if (!best || best->instants == 0)
-            out.waiting[camera] = "not yet seen together with another camera";
-        else if (best->trusted)
+        // A camera without one usable joint shared is not waiting for agreement.
+        if (!best || best->instants == 0) continue;
+        if (best->trusted)
             out.waiting[camera] = "not yet tied to the placed cameras (only to " + std::to_string(other) + ")";
         else
             out.waiting[camera] = "with " + std::to_string(other) + " it " + best->problem;

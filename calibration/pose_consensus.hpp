@@ -42,7 +42,7 @@ PairFit fitCameraPair(const Frames& frames, int cameraA, int cameraB, const Cons
 
 struct ConsensusSeeds {
     std::map<int, Eigen::Isometry3d> seeds;   // camera to the placed cameras' frame
-    std::map<int, std::string> waiting;       // cameras left unplaced, with the reason
+    std::map<int, std::string> waiting;       // cameras sharing joints yet left unplaced, with the reason
 };
 
 // Seeds every camera of `frames` that `placed` (camera to reference) lacks, one at a time
