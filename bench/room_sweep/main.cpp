@@ -20,6 +20,7 @@ namespace {
 const char* kUsage = R"(room_sweep [--rooms N] [--first-seed S] [--jobs J] [--shard K/M] [--results FILE]
            [--folder DIR] [--keep] [--cli PATH] [--timeout SECONDS]
 room_sweep --table FILE...
+room_sweep --compare FILE FILE
 room_sweep --scene SEED
 
 Generates rooms from seeds S .. S+N-1 (default 1 .. 100), runs each through halden-cli
@@ -28,7 +29,8 @@ the simulation's truth. Each room appends one JSON line to --results (default
 room_sweep.jsonl); seeds already there are skipped, so an interrupted sweep resumes and
 shards (--shard 0/2 and --shard 1/2 on other machines or files) add up. --jobs runs that many
 rooms at once. The tables of every room in the results go to standard output at the end;
---table prints them from result files without running anything. A room that went wrong or
+--table prints them from result files without running anything; --compare says, seed by
+seed, whether two result files agree and where the runs parted if not. A room that went wrong or
 failed silently keeps its folder (scene.json, walk.rec, room.json, report.json, the outputs)
 under --folder (default $TMPDIR/room_sweep); --keep keeps every room's. --scene prints the
 scene file a seed generates.
@@ -40,7 +42,7 @@ struct Options {
     int jobs = 1;
     int shard = 0, shards = 1;
     std::string results = "room_sweep.jsonl";
-    std::vector<std::string> tables;
+    std::vector<std::string> tables, compared;
     long long sceneSeed = -1;
     sweep::RunSettings run;
 };
@@ -58,7 +60,9 @@ bool parse(int argc, char** argv, Options& o) {
             while (i + 1 < argc) o.tables.push_back(value());
             if (o.tables.empty()) return false;
         } else if (!hasValue) return false;
-        else if (a == "--rooms") o.rooms = std::stoi(value());
+        else if (a == "--compare" && i + 2 < argc) {
+            o.compared = {value(), value()};
+        } else if (a == "--rooms") o.rooms = std::stoi(value());
         else if (a == "--first-seed") o.firstSeed = std::stoull(value());
         else if (a == "--jobs") o.jobs = std::max(1, std::stoi(value()));
         else if (a == "--results") o.results = value();
@@ -96,6 +100,10 @@ int main(int argc, char** argv) {
     if (!ok) {
         std::cerr << kUsage;
         return 1;
+    }
+    if (!o.compared.empty()) {
+        std::cout << sweep::compareRuns(sweep::readResults({o.compared[0]}), sweep::readResults({o.compared[1]}));
+        return 0;
     }
     if (!o.tables.empty()) {
         std::cout << sweep::sweepTables(sweep::readResults(o.tables));

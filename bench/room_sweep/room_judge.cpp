@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "testing/pose_error.hpp"
 
@@ -16,6 +17,30 @@ constexpr double kMaxDeg = 1;
 constexpr double kMaxMm = 30;
 
 bool beyond(double error, double sigma) { return std::isfinite(sigma) && error > kSigmas * sigma; }
+
+std::pair<double, double> errorFrom(const pyra_sim::Scene& truth, const std::map<unsigned, lum::Transform>& saved,
+                                    unsigned reference, unsigned camera) {
+    return synthetic::poseError(
+        synthetic::relativePose(pyra_sim::findCamera(truth, reference)->pose, pyra_sim::findCamera(truth, camera)->pose),
+        synthetic::relativePose(saved.at(reference), saved.at(camera)));
+}
+
+unsigned consensusCamera(const pyra_sim::Scene& truth, const std::map<unsigned, lum::Transform>& saved) {
+    unsigned best = 0;
+    int most = -1;
+    for (const auto& [reference, pose] : saved) {
+        int agree = 0;
+        for (const auto& [camera, other] : saved) {
+            const auto [degrees, millimetres] = errorFrom(truth, saved, reference, camera);
+            agree += camera != reference && degrees <= kMaxDeg && millimetres <= kMaxMm;
+        }
+        if (agree > most) {
+            most = agree;
+            best = reference;
+        }
+    }
+    return best;
+}
 
 }  // namespace
 
@@ -50,22 +75,16 @@ bool isSilentFailure(const CameraResult& camera, int status) {
 }
 
 void judgeRoom(const pyra_sim::Scene& truth, const std::map<unsigned, lum::Transform>& saved, RoomResult& room) {
-    const auto reference = std::find_if(saved.begin(), saved.end(), [&](const auto& entry) {
-        return pyra_sim::findCamera(truth, entry.first) != nullptr;
-    });
+    std::map<unsigned, lum::Transform> known;  // a camera the truth does not know cannot be judged
+    for (const auto& [serial, pose] : saved)
+        if (pyra_sim::findCamera(truth, serial)) known[serial] = pose;
+    room.consensus = consensusCamera(truth, known);
     for (CameraResult& camera : room.cameras) {
         camera.saved = saved.count(camera.serial) > 0;
-        camera.reference = reference != saved.end() && camera.serial == reference->first;
-        const pyra_sim::CameraSettings* real = pyra_sim::findCamera(truth, camera.serial);
+        camera.reference = !known.empty() && camera.serial == known.begin()->first;
         camera.errorDeg = camera.errorMm = kUnknown;
-        if (camera.saved && real && reference != saved.end()) {
-            const lum::Transform& trueReference = pyra_sim::findCamera(truth, reference->first)->pose;
-            const auto [degrees, millimetres] =
-                synthetic::poseError(synthetic::relativePose(trueReference, real->pose),
-                                     synthetic::relativePose(reference->second, saved.at(camera.serial)));
-            camera.errorDeg = degrees;
-            camera.errorMm = millimetres;
-        }
+        if (known.count(camera.serial))
+            std::tie(camera.errorDeg, camera.errorMm) = errorFrom(truth, known, known.begin()->first, camera.serial);
         camera.silent = isSilentFailure(camera, room.status);
     }
 }

@@ -37,6 +37,13 @@ struct RoomResult {
     std::string exitReason;
     std::string problem;  // what went wrong running the room, if anything did
     double wallSeconds = 0;
+    // What the pipeline saw, to tell where two runs of one seed parted: the captures the
+    // recording holds, its size, and the frames and solves of the calibration.
+    long long captures = -1, recordingBytes = -1;
+    int frames = -1, solves = -1;
+    // The saved camera the most others agree with (within 1 deg / 30 mm relative to it);
+    // when it is not the reference, the reference itself is the camera placed wrong.
+    unsigned consensus = 0;
     std::vector<CameraResult> cameras;
 
     // Every camera shares enough walking with another for a calibration to be expected.

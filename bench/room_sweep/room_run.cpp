@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -100,6 +101,8 @@ void readResult(const std::string& text, RoomResult& room) {
         return;
     }
     room.exitReason = result.value("exitReason", "");
+    room.frames = result.value("frames", -1);
+    room.solves = result.value("solves", -1);
     const auto cameras = result.find("cameras");
     if (cameras == result.end() || !cameras->is_array()) return;
     for (const nlohmann::json& entry : *cameras) {
@@ -157,6 +160,10 @@ RoomResult runRoom(const GeneratedRoom& generated, const RunSettings& settings) 
         room.problem = timedOut ? "record killed after the time limit"
                                 : "record exited " + std::to_string(recorded) + ": " + lastLine(folder / "record.err");
     } else {
+        long long captures = -1;
+        if (std::sscanf(readText(folder / "record.out").c_str(), "Recording of %lld captures", &captures) == 1)
+            room.captures = captures;
+        room.recordingBytes = (long long)fs::file_size(recording, ignored);
         const fs::path output = folder / "room.json";
         room.status = run({{settings.cli, "calibrate", "--replay", recording, "--output", output.string(), "--report",
                             (folder / "report.json").string(), "--json"},

@@ -52,7 +52,62 @@ std::string otherExits(const std::vector<RoomResult>& rooms) {
     return text.empty() ? "0" : text;
 }
 
+// Which bounds a silent failure broke.
+std::string broken(const CameraResult& c) {
+    std::string text;
+    auto add = [&](bool broke, const char* what) {
+        if (broke) text += (text.empty() ? "" : ", ") + std::string(what);
+    };
+    add(!std::isfinite(c.errorMm), "not measured");
+    add(c.errorDeg > 1, "> 1 deg");
+    add(c.errorMm > 30, "> 30 mm");
+    add(std::isfinite(c.sigmaDeg) && c.errorDeg > 3 * c.sigmaDeg, "> 3 sigma rotation");
+    add(std::isfinite(c.sigmaMm) && c.errorMm > 3 * c.sigmaMm, "> 3 sigma position");
+    return text;
+}
+
+bool close(double a, double b) {
+    if (!std::isfinite(a) || !std::isfinite(b)) return std::isfinite(a) == std::isfinite(b);
+    return std::abs(a - b) <= 1e-9 * std::max(std::abs(a), std::abs(b));
+}
+
+bool sameFigures(const RoomResult& a, const RoomResult& b) {
+    if (a.status != b.status || a.cameras.size() != b.cameras.size()) return false;
+    for (size_t i = 0; i < a.cameras.size(); ++i) {
+        const CameraResult &x = a.cameras[i], &y = b.cameras[i];
+        if (x.verdict != y.verdict || x.saved != y.saved || !close(x.errorDeg, y.errorDeg) ||
+            !close(x.errorMm, y.errorMm) || !close(x.sigmaDeg, y.sigmaDeg) || !close(x.sigmaMm, y.sigmaMm))
+            return false;
+    }
+    return true;
+}
+
 }  // namespace
+
+std::string compareRuns(const std::vector<RoomResult>& first, const std::vector<RoomResult>& second) {
+    std::map<uint64_t, const RoomResult*> earlier;
+    for (const RoomResult& room : first) earlier[room.seed] = &room;
+    int same = 0, compared = 0;
+    std::ostringstream differences;
+    for (const RoomResult& b : second) {
+        const auto found = earlier.find(b.seed);
+        if (found == earlier.end()) continue;
+        const RoomResult& a = *found->second;
+        ++compared;
+        if (sameFigures(a, b)) {
+            ++same;
+            continue;
+        }
+        differences << "seed " << b.seed << ": "
+                    << (a.captures != b.captures || a.recordingBytes != b.recordingBytes ? "the recordings differ"
+                        : a.frames != b.frames || a.solves != b.solves                  ? "the calibrations' frames or solves differ"
+                                                                                         : "the figures differ")
+                    << " (exit " << a.status << " / " << b.status << ", captures " << a.captures << " / "
+                    << b.captures << ", frames " << a.frames << " / " << b.frames << ", solves " << a.solves << " / "
+                    << b.solves << ")\n";
+    }
+    return std::to_string(same) + " of " + std::to_string(compared) + " rooms the same\n" + differences.str();
+}
 
 nlohmann::json toJson(const RoomResult& room) {
     nlohmann::json cameras = nlohmann::json::array();
@@ -63,7 +118,9 @@ nlohmann::json toJson(const RoomResult& room) {
                            {"sharedSeconds", c.sharedSeconds}, {"silent", c.silent}});
     return {{"seed", room.seed},     {"layout", room.layout},         {"people", room.people},
             {"seconds", room.seconds}, {"status", room.status},       {"exitReason", room.exitReason},
-            {"problem", room.problem}, {"wallSeconds", room.wallSeconds}, {"cameras", cameras}};
+            {"problem", room.problem}, {"wallSeconds", room.wallSeconds}, {"captures", room.captures},
+            {"recordingBytes", room.recordingBytes}, {"frames", room.frames}, {"solves", room.solves},
+            {"consensus", room.consensus}, {"cameras", cameras}};
 }
 
 RoomResult roomFromJson(const nlohmann::json& j) {
@@ -76,6 +133,11 @@ RoomResult roomFromJson(const nlohmann::json& j) {
     room.exitReason = j.value("exitReason", "");
     room.problem = j.value("problem", "");
     room.wallSeconds = number(j, "wallSeconds");
+    room.captures = j.value("captures", -1LL);
+    room.recordingBytes = j.value("recordingBytes", -1LL);
+    room.frames = j.value("frames", -1);
+    room.solves = j.value("solves", -1);
+    room.consensus = j.value("consensus", 0u);
     for (const nlohmann::json& c : j.value("cameras", nlohmann::json::array())) {
         CameraResult camera;
         camera.serial = c.value("serial", 0u);
@@ -128,6 +190,9 @@ std::string sweepTables(const std::vector<RoomResult>& rooms) {
     std::vector<double> worstMm, worstDeg;
     int qualifying = 0, qualifyingGood = 0, longQualifying = 0, longGood = 0, silentRooms = 0;
     std::map<std::string, int> verdicts;
+    std::string oddReferences;  // rooms whose reference camera is the one placed wrong
+    int wrongButNamed = 0;     // written, not Good, exit 7, and far off: allowed, but worth knowing
+    std::string falseMoves;  // no generated room knocks a camera
     std::vector<double> wall;
     for (const RoomResult& room : rooms) {
         all.add(room);
@@ -145,8 +210,16 @@ std::string sweepTables(const std::vector<RoomResult>& rooms) {
             longGood += room.seconds >= 100 && room.status == 0;
         }
         silentRooms += room.silentFailures() > 0;
-        for (const CameraResult& c : room.cameras)
+        const auto reference = std::find_if(room.cameras.begin(), room.cameras.end(),
+                                            [](const CameraResult& c) { return c.reference; });
+        if (room.consensus && reference != room.cameras.end() && reference->serial != room.consensus)
+            oddReferences += (oddReferences.empty() ? "" : ", ") + std::to_string(room.seed);
+        for (const CameraResult& c : room.cameras) {
             ++verdicts[!c.saved ? "left out" : c.verdict.empty() ? "no verdict" : c.verdict];
+            wrongButNamed += c.saved && c.verdict != "good" && room.status == 7 && (c.errorDeg > 1 || c.errorMm > 30);
+            if (c.verdict == "moved")
+                falseMoves += (falseMoves.empty() ? "" : ", ") + std::to_string(room.seed) + "/" + std::to_string(c.serial);
+        }
         if (std::isfinite(room.wallSeconds)) wall.push_back(room.wallSeconds);
     }
     std::ostringstream out;
@@ -167,6 +240,11 @@ std::string sweepTables(const std::vector<RoomResult>& rooms) {
     for (const auto& [verdict, count] : verdicts)
         verdictText += (verdictText.empty() ? "" : ", ") + verdict + " " + std::to_string(count);
     out << "| cameras by verdict | " << verdictText << " |\n";
+    out << "| cameras written as not Good (exit 7, named) yet more than 30 mm / 1 deg off | " << wrongButNamed << " |\n";
+    out << "| rooms whose reference camera is the one placed wrong (the others agree among themselves) | "
+        << (oddReferences.empty() ? "none" : oddReferences) << " |\n";
+    out << "| cameras read Moved though none moved (seed/camera) | " << (falseMoves.empty() ? "none" : falseMoves)
+        << " |\n";
     out << "| wall time per room (record + calibrate), median / longest | " << fixed(percentile(wall, 0.5), 0)
         << " s / " << fixed(percentile(wall, 1.0), 0) << " s |\n\n";
 
@@ -175,14 +253,14 @@ std::string sweepTables(const std::vector<RoomResult>& rooms) {
         out << "| " << layout << " | " << c.rooms << " | " << c.good << " | " << c.partial << " | " << c.refused
             << " | " << c.other << " | " << c.silent << " |\n";
     if (all.silent == 0) return out.str();
-    out << "\nSilent failures:\n\n| seed | layout | camera | verdict | exit | true error | stated 1-sigma |\n"
-           "|---|---|---|---|---|---|---|\n";
+    out << "\nSilent failures:\n\n| seed | layout | camera | verdict | exit | true error | stated 1-sigma | beyond |\n"
+           "|---|---|---|---|---|---|---|---|\n";
     for (const RoomResult& room : rooms)
         for (const CameraResult& c : room.cameras)
             if (c.silent)
                 out << "| " << room.seed << " | " << room.layout << " | " << c.serial << " | " << c.verdict << " | "
-                    << room.status << " | " << fixed(c.errorDeg, 2) << " deg, " << fixed(c.errorMm, 1) << " mm | "
-                    << fixed(c.sigmaDeg, 2) << " deg, " << fixed(c.sigmaMm, 1) << " mm |\n";
+                    << room.status << " | " << fixed(c.errorDeg, 3) << " deg, " << fixed(c.errorMm, 1) << " mm | "
+                    << fixed(c.sigmaDeg, 3) << " deg, " << fixed(c.sigmaMm, 1) << " mm | " << broken(c) << " |\n";
     return out.str();
 }
 

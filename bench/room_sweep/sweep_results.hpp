@@ -22,6 +22,10 @@ std::set<uint64_t> seedsIn(const std::string& file);
 // Markdown: the summary, rooms by layout, every silent failure with its seed.
 std::string sweepTables(const std::vector<RoomResult>& rooms);
 
+// Seed by seed, whether two runs gave the same room (figures within a relative 1e-9), and
+// where those that did not parted: the recording, the calibration's frames, or its figures.
+std::string compareRuns(const std::vector<RoomResult>& first, const std::vector<RoomResult>& second);
+
 // The nearest-rank percentile (0..1) of `values`; NaN when empty.
 double percentile(std::vector<double> values, double share);
 

@@ -69,6 +69,15 @@ TEST(RoomSweep, JudgesErrorsFromTheReferenceAndCountsOnlyVouchedCameras) {
     EXPECT_TRUE(room.cameras[1].reference);
     EXPECT_NEAR(room.cameras[2].errorMm, std::hypot(12.0, 40.0), 0.01);
     EXPECT_TRUE(std::isnan(room.cameras[0].errorMm));
+    EXPECT_EQ(room.consensus, 41002u);
+
+    // A reference placed half a metre off: every other camera reads wrong relative to
+    // it, and the consensus names the reference as the odd one.
+    for (size_t i = 0; i < 4; ++i) saved[41001 + i] = world * truth.cameras[i].pose;
+    saved[41001] = world * moved(truth.cameras[0].pose, 0.5f, 0, 0);
+    sweep::judgeRoom(truth, saved, room);
+    EXPECT_NEAR(room.cameras[3].errorMm, 500, 0.1);
+    EXPECT_EQ(room.consensus, 41002u);
 }
 
 TEST(RoomSweep, ResultLinesKeepUnknownsAndPercentilesTakeTheNearestRank) {
