@@ -96,6 +96,7 @@ CalibrationReport makeReport(const SkeletonMulticameraCalibration& calibration, 
     report.residualBlocks = record->residualBlocks;
     report.solveSeconds = record->seconds;
     report.floorRefused = record->floorRefused;
+    report.unplaced = record->unplaced;
 
     std::map<int, double> before, after;
     std::map<int, int> counts, unused;

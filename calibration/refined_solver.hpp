@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <vector>
 
 #include <Eigen/Core>
@@ -53,6 +54,8 @@ public:
     // Implicit: one vector is a list of one part.
     FramePairList(const std::vector<FramePair>& pairs) { append(pairs); }  // NOLINT(google-explicit-constructor)
     void append(const std::vector<FramePair>& part);
+    // Holds what parts of this list live in, for a list that made its own.
+    void keep(std::shared_ptr<const void> owner) { owners_.push_back(std::move(owner)); }
     size_t size() const { return size_; }
     const FramePair& operator[](size_t i) const;
 
@@ -60,6 +63,7 @@ private:
     std::vector<const std::vector<FramePair>*> parts_;
     std::vector<size_t> starts_;
     size_t size_ = 0;
+    std::vector<std::shared_ptr<const void>> owners_;
 };
 
 // Every frame's joint pairs (each unordered camera pair once); joints with an unusable

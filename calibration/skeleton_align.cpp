@@ -12,6 +12,7 @@
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/level_floor.hpp"
 #include "calibration/pair_solver.hpp"
+#include "calibration/pose_consensus.hpp"
 #include "calibration/solve_record.hpp"
 #include "lum/plane.hpp"
 
@@ -58,6 +59,24 @@ std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& 
     return cameras;
 }
 
+Eigen::Isometry3d isometryOf(const calib::PoseStruct& pose) {
+    Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
+    out.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).normalized().toRotationMatrix();
+    out.translation() = Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);
+    return out;
+}
+
+calib::PoseStruct poseOf(const Eigen::Isometry3d& isometry) {
+    const Eigen::Quaterniond q(isometry.linear());
+    calib::PoseStruct pose;
+    pose.q[0] = q.x();
+    pose.q[1] = q.y();
+    pose.q[2] = q.z();
+    pose.q[3] = q.w();
+    for (int i = 0; i < 3; ++i) pose.t[i] = isometry.translation()(i);
+    return pose;
+}
+
 using WorldJoints = decltype(calib::SolverState::worldJoints);
 
 // The stored frames with the joints Classic's floor steps carried into the world.
@@ -76,6 +95,42 @@ calib::Frames withWorldJoints(calib::Frames rewritten, const WorldJoints& world,
         }
     }
     return rewritten;
+}
+
+bool bothPosed(const calib::FramePair& pair, const std::set<int>& posed) {
+    return posed.count(pair.cameraA) && posed.count(pair.cameraB);
+}
+
+// The chunks' frame pairs between cameras that have a pose. Read in place when every pair
+// qualifies (the usual case once all cameras are placed); otherwise the kept ones are
+// copied into a part the list holds itself.
+calib::FramePairList solvablePairs(const calib::FrameStore::Chunks& chunks, const std::set<int>& posed,
+                                   int* leftOut) {
+    calib::FramePairList list;
+    bool everyPair = true;
+    int dropped = 0;
+    for (const auto& chunk : chunks) {
+        dropped += chunk->jointsLeftOut();
+        for (const calib::FramePair& pair : chunk->framePairs()) everyPair = everyPair && bothPosed(pair, posed);
+    }
+    if (leftOut) *leftOut = dropped;
+    if (everyPair) {
+        for (const auto& chunk : chunks) list.append(chunk->framePairs());
+        return list;
+    }
+    auto copies = std::make_shared<std::vector<calib::FramePair>>();
+    for (const auto& chunk : chunks)
+        for (const calib::FramePair& pair : chunk->framePairs())
+            if (bothPosed(pair, posed)) copies->push_back(pair);
+    list.append(*copies);
+    list.keep(copies);
+    return list;
+}
+
+// The report reads the solve's pairs both ways round; gathered only if one is made.
+calib::KeypointPairsOnDemand pairsOnDemand(const calib::FrameStore::Chunks& chunks, const std::set<int>& posed) {
+    return calib::KeypointPairsOnDemand(
+        [chunks, posed] { return calib::toCameraPairs(solvablePairs(chunks, posed, nullptr)); });
 }
 
 }  // namespace
@@ -195,38 +250,51 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     const auto start = std::chrono::steady_clock::now();
     std::map<int, PoseStruct>& poses = state.poses;
     std::map<int, double>& biases = state.biases;
+    // A camera joins the solve only once where it stands is agreed: a solve started from
+    // nowhere settles wherever its first steps lead and holds on to it.
+    std::map<int, Eigen::Isometry3d> placedPoses;
     for (int camera : frames.cameras())
-        if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
+        if (poses.count(camera)) placedPoses[camera] = isometryOf(poses[camera]);
+    // Seeding reads every frame, which only a camera not yet placed needs.
+    calib::ConsensusSeeds consensus;
+    if (placedPoses.size() < frames.cameras().size())
+        consensus = calib::seedCameras(calib::Frames(frames.begin(), frames.end()), placedPoses, options.consensus);
+    for (const auto& [camera, seed] : consensus.seeds) poses[camera] = poseOf(seed);
     state.framesAtLastCalibration = int(frames.size());
 
-    // Each chunk's frame pairs were collected when a solve first read it; frames never change.
-    calib::FramePairList framePairs;
-    state.keypointsLeftOut = 0;
-    for (const auto& chunk : frames.chunks()) {
-        framePairs.append(chunk->framePairs());
-        state.keypointsLeftOut += chunk->jointsLeftOut();
-    }
+    // Each chunk's frame pairs were gathered when a solve first read it; frames never change.
+    // Pairs with a camera still waiting to be placed stay out of the solve.
+    std::set<int> posed;
+    for (const auto& [camera, pose] : poses) posed.insert(camera);
+    const calib::FramePairList framePairs = solvablePairs(frames.chunks(), posed, &state.keypointsLeftOut);
+    const calib::KeypointPairsOnDemand pairs = pairsOnDemand(frames.chunks(), posed);
     size_t joints = 0;
     for (size_t i = 0; i < framePairs.size(); ++i) joints += framePairs[i].joints.size();
     // The same minimum as the classic model, which counts each joint pair twice.
-    if (2 * int(joints) < kMinimumResidualBlocks) return false;
+    if (2 * int(joints) < kMinimumResidualBlocks) {
+        // Cameras kept out until their pose is agreed still say why.
+        if (!consensus.waiting.empty()) {
+            auto waiting = std::make_shared<calib::SolveRecord>();
+            waiting->pairs = pairs;
+            waiting->frames = int(frames.size());
+            waiting->unplaced = consensus.waiting;
+            state.lastSolve = waiting;
+        }
+        return false;
+    }
 
     std::set<int> placed;  // every frame pair holds at least one joint
     for (size_t i = 0; i < framePairs.size(); ++i) placed.insert({framePairs[i].cameraA, framePairs[i].cameraB});
     const int reference = *placed.begin();
     auto record = std::make_shared<calib::SolveRecord>();
-    // The report reads them both ways round; gathered only if one is made.
-    record->pairs = calib::KeypointPairsOnDemand([chunks = frames.chunks()] {
-        calib::FramePairList list;
-        for (const auto& chunk : chunks) list.append(chunk->framePairs());
-        return calib::toCameraPairs(list);
-    });
+    record->pairs = pairs;
     record->before = poses;
     record->reference = reference;
     record->robust = true;
     record->weighted = true;
     record->frames = int(frames.size());
     record->residualBlocks = 2 * int(joints);
+    record->unplaced = consensus.waiting;
 
     std::map<int, calib::CameraUnknowns> unknowns;
     for (int camera : placed) {
@@ -237,9 +305,9 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         auto bias = biases.find(camera);
         u.bias = options.refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
     }
-    // A first solve starts from nowhere: plain least squares finds the basin, the refined
-    // rounds then settle weights and biases.
-    const bool cold = biases.empty();
+    // A camera new to the solve starts from its agreed seed: plain least squares settles it
+    // in its basin, the refined rounds then settle weights and biases.
+    const bool cold = std::any_of(placed.begin(), placed.end(), [&biases](int camera) { return !biases.count(camera); });
     if (cold) {
         if (!calib::solveLeastSquares(framePairs, unknowns, reference, options.maxIterations)) return false;
         // Where it got seeds the next solve even if the refined rounds fail.
