@@ -295,7 +295,6 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
-    calibration.options.bodyFormat = 0;
     collecting = true;
     console::trace() << "START CALIB SK";
     return 0;
