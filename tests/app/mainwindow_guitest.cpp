@@ -381,7 +381,7 @@ void MainWindowTest::viewDrawsOnlyWhenSomethingChanged() {
     QSignalSpy frames(viewer, &QOpenGLWidget::frameSwapped);
     QTRY_VERIFY(!frames.isEmpty());  // the first picture of the view, and its exposure
     QTest::qWait(200);
-    // A still scene: the repaint timer ticks about ten times and draws nothing.
+    // A still scene: the repaint timer ticks several times and draws nothing.
     frames.clear();
     QTest::qWait(500);
     QCOMPARE(frames.count(), 0);
