@@ -232,7 +232,7 @@ void FusionWorker::watchForDrift() {
     SharedData& shared = SharedData::getInstance();
     // On the pipeline clock, which never steps back as the cameras' capture times may.
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
-    if (now < lastDriftFrameNs + kDriftFrameNs) return;
+    if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
     for (const DriftWarning& warning :
          driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
@@ -245,7 +245,9 @@ void FusionWorker::watchForDrift() {
 // The monitor learns the room anew whenever the poses it runs on change.
 void FusionWorker::restartDriftWatch() {
     std::map<int, Eigen::Vector3d> centres;
+    roomPosed = false;
     for (const lum::FusionConfiguration& configuration : configurations) {
+        if (!(configuration.pose == lum::Transform::identity())) roomPosed = true;
         const lum::Translation t = configuration.pose.getTranslation();
         centres[static_cast<int>(configuration.serial_number)] = Eigen::Vector3d(t.x, t.y, t.z);
     }

@@ -221,6 +221,8 @@ private:
 
     CalibrationRunner solver;
     DriftMonitor driftMonitor;
+    // A room whose cameras all stand at the origin has no calibration to drift from.
+    bool roomPosed = false;
     uint64_t lastDriftFrameNs = 0;
     std::atomic<int> calibrationFrames{0};
     std::shared_ptr<UserPrompts> prompts;
