@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <cmath>
 #include <set>
 #include <tuple>
 
@@ -17,9 +17,10 @@ std::string seconds(double s) {
     return text;
 }
 
-std::string skewText(int64_t skewNs) {
-    return seconds(std::abs(double(skewNs)) * 1e-9) + (skewNs > 0 ? " ahead of" : " behind");
-}
+std::string skewText(double skewS) { return seconds(std::abs(skewS)) + (skewS > 0 ? " ahead of" : " behind"); }
+
+// Stamps come from the cameras as they are, anywhere in 64 bits: compared without overflow.
+uint64_t apartNs(uint64_t a, uint64_t b) { return a > b ? a - b : b - a; }
 
 }  // namespace
 
@@ -40,22 +41,23 @@ CameraNotice CaptureGate::notice(int camera, int64_t nowNs, std::string text) co
 // Every camera's clock may be the wrong one, so the room's is the one most cameras agree
 // on; a tie goes to the cameras that agreed before, then to the earliest stamps (a stamp
 // in the future is a likelier fault than a camera far behind that still sends).
-int64_t CaptureGate::roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const {
+uint64_t CaptureGate::roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const {
     std::vector<std::pair<int, const Camera*>> voters;
     for (const auto& [id, camera] : cameras_)
         if (camera.lastSeenNs >= 0 && nowNs - camera.lastSeenNs <= options_.voterWindowNs)
             voters.emplace_back(id, &camera);
-    std::tuple<int, int, int64_t> best{-1, -1, 0};
-    std::vector<int64_t> members;
+    const uint64_t tolerance = uint64_t(options_.maxClockSkewNs);
+    std::tuple<int, int, uint64_t> best{-1, -1, 0};
+    std::vector<uint64_t> members;
     for (const auto& [id, v] : voters) {
-        std::vector<int64_t> agreeing;
+        std::vector<uint64_t> agreeing;
         int before = 0;
         for (const auto& [other, u] : voters)
-            if (std::llabs(u->stampNs - v->stampNs) <= options_.maxClockSkewNs) {
+            if (apartNs(u->stampNs, v->stampNs) <= tolerance) {
                 agreeing.push_back(u->stampNs);
                 before += !u->apart;
             }
-        const std::tuple<int, int, int64_t> rank{int(agreeing.size()), before, -v->stampNs};
+        const std::tuple<int, int, uint64_t> rank{int(agreeing.size()), before, ~v->stampNs};
         if (rank > best) {
             best = rank;
             members = std::move(agreeing);
@@ -63,8 +65,8 @@ int64_t CaptureGate::roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const
     }
     if (members.empty()) return 0;
     std::nth_element(members.begin(), members.begin() + long(members.size() / 2), members.end());
-    const int64_t room = members[members.size() / 2];
-    for (const auto& [id, camera] : voters) inStep[id] = std::llabs(camera->stampNs - room) <= options_.maxClockSkewNs;
+    const uint64_t room = members[members.size() / 2];
+    for (const auto& [id, camera] : voters) inStep[id] = apartNs(camera->stampNs, room) <= tolerance;
     return room;
 }
 
@@ -76,26 +78,27 @@ std::vector<CameraNotice> CaptureGate::screen(std::map<int, lum::Bodies*>& captu
         if (!bodies->is_new) continue;
         auto offset = offsets_.find(id);
         if (offset != offsets_.end())
-            bodies->timestamp = lum::Timestamp(uint64_t(int64_t(bodies->timestamp.getNanoseconds()) - offset->second));
+            bodies->timestamp = lum::Timestamp(bodies->timestamp.getNanoseconds() - uint64_t(offset->second));
         Camera& camera = cameras_[id];
         if (camera.quiet)
             notices.push_back(notice(id, nowNs, "sends again after " +
                                                     seconds(double(nowNs - camera.quietSinceNs) * 1e-9) + " of silence"));
         camera.quiet = false;
-        camera.stampNs = int64_t(bodies->timestamp.getNanoseconds());
+        camera.stampNs = bodies->timestamp.getNanoseconds();
         camera.lastSeenNs = nowNs;
     }
     std::map<int, bool> inStep;
-    const int64_t room = roomStamp(nowNs, inStep);
+    const uint64_t room = roomStamp(nowNs, inStep);
 
     for (auto& [id, bodies] : captures) {
         if (!bodies->is_new) continue;
         Camera& camera = cameras_[id];
         if (!inStep[id]) {
             bodies->is_new = false;
-            camera.skewNs = camera.stampNs - room;
+            camera.skewS = camera.stampNs >= room ? double(camera.stampNs - room) * 1e-9
+                                                  : -double(room - camera.stampNs) * 1e-9;
             if (!camera.apart)
-                notices.push_back(notice(id, nowNs, "its clock is " + skewText(camera.skewNs) +
+                notices.push_back(notice(id, nowNs, "its clock is " + skewText(camera.skewS) +
                                                         " the others': its captures are held apart"));
             camera.apart = camera.everApart = true;
             continue;
@@ -153,7 +156,7 @@ std::string CaptureGate::trouble(int id) const {
     const Camera& camera = found->second;
     std::vector<std::string> causes;
     if (camera.everApart)
-        causes.push_back("its clock was " + skewText(camera.skewNs) + " the others' (its captures were held apart)");
+        causes.push_back("its clock was " + skewText(camera.skewS) + " the others' (its captures were held apart)");
     if (camera.mostBodies > 0)
         causes.push_back("it sent up to " + std::to_string(camera.mostBodies) + " bodies in one capture, more than " +
                          std::to_string(options_.maxBodies) + " (refused)");

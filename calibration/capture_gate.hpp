@@ -59,9 +59,9 @@ public:
 
 private:
     struct Camera {
-        int64_t stampNs = 0;       // newest stamp, offset applied
+        uint64_t stampNs = 0;      // newest stamp, offset applied
         int64_t lastSeenNs = -1;   // pipeline time of the newest capture
-        int64_t skewNs = 0;        // stamp minus the room's, when last held apart
+        double skewS = 0;          // stamp minus the room's, when last held apart
         bool apart = false;
         bool everApart = false;
         bool quiet = false;
@@ -71,7 +71,7 @@ private:
     };
 
     // The cameras whose clocks agree with most others', and the room's stamp among them.
-    int64_t roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const;
+    uint64_t roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const;
     void watchQuiet(const std::map<int, lum::Bodies*>& captures, int64_t nowNs, std::vector<CameraNotice>& notices);
     CameraNotice notice(int camera, int64_t nowNs, std::string text) const;
 
