@@ -163,6 +163,7 @@ void CalibrationSession::onStartFailed() {
 
 void CalibrationSession::onReport(const CalibrationReport& report) {
     ++solves;
+    unplaced = report.unplaced;
     if (report.usable) {
         lastUsable = report;
         lastRmsMm = roomRmsMm(report);
@@ -248,6 +249,8 @@ void CalibrationSession::finish() {
             for (const auto& [serial, cause] : causes)
                 if (!cause.trouble.empty())
                     std::cerr << "halden-cli: camera " << serial << ": " << cause.trouble << std::endl;
+            for (const auto& [serial, why] : unplaced)
+                std::cerr << "halden-cli: camera " << serial << " not placed: " << why << std::endl;
             end(kNothingToSave);
         }
         return;
@@ -363,10 +366,14 @@ bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std:
         if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
         leftOut = true;
         // The camera's own fault, when it made one, is the cause; the pairing is the last guess.
+        const auto waiting = unplaced.find(serial);
         std::string why = "it never opened or subscribed";
-        if (cause.running)
-            why = (cause.trouble.empty() ? "it shared no usable keypoint with another camera" : cause.trouble) +
-                  cause.refused;
+        if (cause.running && !cause.trouble.empty())
+            why = cause.trouble + cause.refused;
+        else if (cause.running && waiting != unplaced.end())
+            why = "no first pose agreed yet: " + waiting->second + cause.refused;
+        else if (cause.running)
+            why = "it shared no usable keypoint with another camera" + cause.refused;
         std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
         result.leftOut[serial] = why;
     }
