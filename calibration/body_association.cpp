@@ -22,9 +22,10 @@ Eigen::Isometry3d toIsometry(const lum::Transform& t) {
     return out;
 }
 
-// The joints both bodies report, as matching columns.
+// The joints both bodies report, as matching columns. Bodies of two layouts share none: the
+// same index names another joint in each.
 int sharedJoints(const lum::BodyData& a, const lum::BodyData& b, Eigen::Matrix3Xd& pa, Eigen::Matrix3Xd& pb) {
-    const size_t n = std::min(a.keypoint.size(), b.keypoint.size());
+    const size_t n = a.keypoint.size() == b.keypoint.size() ? a.keypoint.size() : 0;
     pa.resize(3, Eigen::Index(n));
     pb.resize(3, Eigen::Index(n));
     int count = 0;
@@ -111,6 +112,7 @@ std::vector<PersonFrame> BodyAssociator::associate(const SeenBodies& seen) {
     use_.clear();
     for (const auto& [camera, bodies] : seen) {
         use_[camera] = {camera, int(bodies.size()), false};
+        if (int(bodies.size()) > options_.maxBodies) continue;
         for (const lum::BodyData& body : bodies) {
             int joints = 0;
             for (const lum::Vector3f& p : body.keypoint) joints += finite(p);

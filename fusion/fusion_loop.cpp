@@ -87,9 +87,7 @@ void FusionWorker::processFrame() {
         } else {
             std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
             fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
-            for (const lum::CameraIdentifier& camera : subscribedCameras)
-                source().retrieveBodies(shared.cameraBodies[camera], camera);
-            noteCaptures();
+            retrieveCameraBodies();
             watchForDrift();
         }
     }
@@ -148,9 +146,12 @@ void FusionWorker::collectSkeletons() {
     std::map<int, lum::BodyData> frame;
     {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
-        for (const lum::CameraIdentifier& camera : subscribedCameras)
-            source().retrieveBodies(shared.cameraBodies[camera], camera);
-        noteCaptures();
+        retrieveCameraBodies();
+        // Before any association: one absurd keypoint would make a body match nobody.
+        for (const lum::CameraIdentifier& camera : subscribedCameras) {
+            lum::Bodies& bodies = shared.cameraBodies[camera];
+            if (bodies.is_new) captureGate.screenKeypoints(static_cast<int>(camera.sn), bodies);
+        }
         if (calibration.options.model == SkeletonMulticameraCalibration::Model::Refined) {
             for (const lum::CameraIdentifier& camera : subscribedCameras) {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
@@ -233,8 +234,14 @@ void FusionWorker::watchForDrift() {
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
     if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
-    for (const DriftWarning& warning :
-         driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
+    // Every body: the monitor tells people apart through the calibration itself.
+    RoomBodies seen;
+    for (const lum::CameraIdentifier& camera : subscribedCameras) {
+        auto found = shared.cameraBodies.find(camera);
+        if (found != shared.cameraBodies.end() && found->second.is_new)
+            seen[static_cast<int>(camera.sn)] = found->second.body_list;
+    }
+    for (const DriftWarning& warning : driftMonitor.addFrame(now, seen)) {
         console::trace() << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
                          << warning.jointShiftMm << " mm";
         emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
@@ -297,7 +304,6 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
-    calibration.options.bodyFormat = 0;
     collecting = true;
     console::trace() << "START CALIB SK";
     return 0;
@@ -378,11 +384,18 @@ std::vector<int> FusionWorker::watchedCameras() const {
 
 calib::KeypointDrops FusionWorker::droppedKeypoints() const {
     std::lock_guard<std::mutex> lock(workerMutex);
-    return calibration.frames.droppedKeypoints();
+    calib::KeypointDrops drops = calibration.frames.droppedKeypoints();
+    for (const auto& [serial, camera] : captureGate.keypointDrops()) {
+        drops.nonFinite += camera.nonFinite;
+        drops.badCovariance += camera.badCovariance;
+        drops.implausible += camera.implausible;
+    }
+    return drops;
 }
 
 void FusionWorker::resetCalibration() {
     associator.clear();
+    captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.
     calibration.frames = calib::FrameStore();

@@ -16,7 +16,6 @@ using Frame = std::pair<lum::Timestamp, std::map<int, lum::BodyData>>;
 Calibration refined() {
     Calibration calibration;
     calibration.options.model = Calibration::Model::Refined;
-    calibration.options.bodyFormat = 0;
     return calibration;
 }
 
