@@ -114,6 +114,9 @@ void FusionWorker::processFrame() {
         std::lock_guard<std::mutex> metrics(shared.metricsMutex);
         fusion->getProcessMetrics(shared.metrics);
     }
+    // After this set's bodies were read: the live source forgets what its old sink took.
+    if (captureSinkChanged && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
+    captureSinkChanged = false;
     checkRunLength();
     emit newData();
 }
@@ -228,6 +231,8 @@ void FusionWorker::showThroughCalibration() {
 
 // Called with the skeleton mutex held and the bodies just retrieved in the room frame.
 void FusionWorker::watchForDrift() {
+    // Uncalibrated cameras disagree wherever people walk; that is no camera moving.
+    if (!roomPosed) return;
     SharedData& shared = SharedData::getInstance();
     // On the pipeline clock, which never steps back as the cameras' capture times may.
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
@@ -244,7 +249,9 @@ void FusionWorker::watchForDrift() {
 // The monitor learns the room anew whenever the poses it runs on change.
 void FusionWorker::restartDriftWatch() {
     std::map<int, Eigen::Vector3d> centres;
+    roomPosed = false;
     for (const lum::FusionConfiguration& configuration : configurations) {
+        roomPosed = roomPosed || !(configuration.pose == lum::Transform::identity());
         const lum::Translation t = configuration.pose.getTranslation();
         centres[static_cast<int>(configuration.serial_number)] = Eigen::Vector3d(t.x, t.y, t.z);
     }
@@ -285,6 +292,8 @@ int FusionWorker::startCalib(CALIB kind) {
         shared.fusedBodies.body_list.clear();
     }
     shared.reset = true;
+    // The fusion now runs on the reset poses, whatever the room file said.
+    roomPosed = false;
 
     if (kind == PATH_CALIB) {
         console::trace() << "CALIB PATH NOT enabled";
@@ -295,6 +304,7 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
+    roomPosed = false;
     calibration.options.bodyFormat = 0;
     collecting = true;
     console::trace() << "START CALIB SK";
