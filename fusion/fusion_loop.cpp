@@ -231,12 +231,10 @@ void FusionWorker::showThroughCalibration() {
 
 // Called with the skeleton mutex held and the bodies just retrieved in the room frame.
 void FusionWorker::watchForDrift() {
-    // Uncalibrated cameras disagree wherever people walk; that is no camera moving.
-    if (!roomPosed) return;
     SharedData& shared = SharedData::getInstance();
     // On the pipeline clock, which never steps back as the cameras' capture times may.
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
-    if (now < lastDriftFrameNs + kDriftFrameNs) return;
+    if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
     for (const DriftWarning& warning :
          driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
@@ -251,7 +249,7 @@ void FusionWorker::restartDriftWatch() {
     std::map<int, Eigen::Vector3d> centres;
     roomPosed = false;
     for (const lum::FusionConfiguration& configuration : configurations) {
-        roomPosed = roomPosed || !(configuration.pose == lum::Transform::identity());
+        if (!(configuration.pose == lum::Transform::identity())) roomPosed = true;
         const lum::Translation t = configuration.pose.getTranslation();
         centres[static_cast<int>(configuration.serial_number)] = Eigen::Vector3d(t.x, t.y, t.z);
     }
@@ -292,8 +290,6 @@ int FusionWorker::startCalib(CALIB kind) {
         shared.fusedBodies.body_list.clear();
     }
     shared.reset = true;
-    // The fusion now runs on the reset poses, whatever the room file said.
-    roomPosed = false;
 
     if (kind == PATH_CALIB) {
         console::trace() << "CALIB PATH NOT enabled";
@@ -304,6 +300,8 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
+    // The fusion runs on the reset poses now, whatever the room file said: should this walk
+    // give nothing usable, the room goes on uncalibrated.
     roomPosed = false;
     calibration.options.bodyFormat = 0;
     collecting = true;

@@ -206,9 +206,9 @@ private:
 
     CalibrationRunner solver;
     DriftMonitor driftMonitor;
-    uint64_t lastDriftFrameNs = 0;
-    // The fusion runs on poses from a calibration: only then can a camera be said to move.
+    // A room whose cameras all stand at the origin has no calibration to drift from.
     bool roomPosed = false;
+    uint64_t lastDriftFrameNs = 0;
     std::atomic<int> calibrationFrames{0};
     std::shared_ptr<UserPrompts> prompts;
     mutable std::mutex timingMutex;
