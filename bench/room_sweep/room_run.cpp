@@ -179,6 +179,10 @@ RoomResult runRoom(const GeneratedRoom& generated, const RunSettings& settings) 
                 saved[unsigned(camera.serial_number)] = camera.pose;
         judgeRoom(generated.scene, saved, room);
         lock.unlock();
+        // A result read wrongly would count no silent failure at all; say so instead.
+        for (const CameraResult& camera : room.cameras)
+            if ((room.status == 0 || room.status == 7) && camera.verdict.empty() && room.problem.empty())
+                room.problem = "calibrate gave no verdict for camera " + std::to_string(camera.serial);
     }
     room.wallSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     // A room that went wrong keeps its files (scene, recording, outputs) for whoever fixes it.

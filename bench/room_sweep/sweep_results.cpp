@@ -99,9 +99,10 @@ std::string compareRuns(const std::vector<RoomResult>& first, const std::vector<
             continue;
         }
         differences << "seed " << b.seed << ": "
-                    << (a.captures != b.captures || a.recordingBytes != b.recordingBytes ? "the recordings differ"
-                        : a.frames != b.frames || a.solves != b.solves                  ? "the calibrations' frames or solves differ"
-                                                                                         : "the figures differ")
+                    << (a.captures < 0 || b.captures < 0                                  ? "the figures differ"
+                        : a.captures != b.captures || a.recordingBytes != b.recordingBytes ? "the recordings differ"
+                        : a.frames != b.frames || a.solves != b.solves ? "the calibrations' frames or solves differ"
+                                                                       : "the figures differ")
                     << " (exit " << a.status << " / " << b.status << ", captures " << a.captures << " / "
                     << b.captures << ", frames " << a.frames << " / " << b.frames << ", solves " << a.solves << " / "
                     << b.solves << ")\n";

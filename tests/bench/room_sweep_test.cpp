@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 
 #include "bench/room_sweep/room_judge.hpp"
+#include "bench/room_sweep/room_run.hpp"
 #include "bench/room_sweep/sweep_results.hpp"
+#include "testing/isolated_process.hpp"
 
 namespace {
 
@@ -96,4 +99,27 @@ TEST(RoomSweep, ResultLinesKeepUnknownsAndPercentilesTakeTheNearestRank) {
     EXPECT_EQ(sweep::percentile(values, 0.95), 19);
     EXPECT_EQ(sweep::percentile({4, 1, 3, 2}, 0.5), 2);
     EXPECT_TRUE(std::isnan(sweep::percentile({}, 0.5)));
+}
+
+// One short generated room (3 cameras, 70 s on the virtual clock) through the real program:
+// what the sweep reads from halden-cli must be there, or every count would read zero.
+TEST(RoomSweep, ReadsAVerdictAndAnErrorForEveryCameraOfARealRun) {
+    sweep::GeneratedRoom generated;
+    std::string problem;
+    ASSERT_TRUE(sweep::generateRoom(8, generated, &problem)) << problem;
+    sweep::RunSettings settings;
+    settings.cli = HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli";
+    settings.folder = platform_test::privateFolder("sweep");
+    settings.timeoutSeconds = 120;
+    const sweep::RoomResult room = sweep::runRoom(generated, settings);
+    EXPECT_TRUE(room.problem.empty()) << room.problem;
+    EXPECT_TRUE(room.status == 0 || room.status == 7) << room.status;
+    EXPECT_GT(room.captures, 0);
+    EXPECT_GT(room.solves, 0);
+    for (const sweep::CameraResult& camera : room.cameras) {
+        EXPECT_FALSE(camera.verdict.empty()) << camera.serial;
+        EXPECT_EQ(camera.saved, std::isfinite(camera.errorMm)) << camera.serial;
+    }
+    // A room that went well leaves no files behind.
+    EXPECT_FALSE(std::filesystem::exists(settings.folder + "/room-8"));
 }

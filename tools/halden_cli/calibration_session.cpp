@@ -156,6 +156,7 @@ void CalibrationSession::onStartFailed() {
 
 void CalibrationSession::onReport(const CalibrationReport& report) {
     ++solves;
+    unplaced = report.unplaced;
     if (report.usable) {
         lastUsable = report;
         lastRmsMm = roomRmsMm(report);
@@ -236,6 +237,8 @@ void CalibrationSession::finish() {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
                       << " frames; walk where at least two cameras see one person at a time, for longer" << refused
                       << std::endl;
+            for (const auto& [serial, why] : unplaced)
+                std::cerr << "halden-cli: camera " << serial << " not placed: " << why << std::endl;
             end(kNothingToSave);
         }
         return;
@@ -335,8 +338,11 @@ bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std:
         const int serial = camera.serial_number;
         if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
         leftOut = true;
+        const auto waiting = unplaced.find(serial);
         const std::string why = std::find(running.begin(), running.end(), serial) == running.end()
                                     ? "it never opened or subscribed"
+                                : waiting != unplaced.end()
+                                    ? "no first pose agreed yet: " + waiting->second
                                     : "it shared no usable keypoint with another camera" + refused;
         std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
         result.leftOut[serial] = why;
