@@ -102,7 +102,7 @@ void MainWindowTest::withoutRoomNothingCanBeCalibrated() {
     QVERIFY(!find<QProgressBar>("progressBar")->isVisible());
     QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("first_screen"));
     QVERIFY(!find<WaitingSpinnerWidget>("spinner")->isSpinning());
-    window->grab().save(screenshotPath("app_first_screen.png"));
+    windowPicture(*window).save(screenshotPath("app_first_screen.png"));
 }
 
 void MainWindowTest::statusTextIsGreenOnlyForExactSuccess() {
@@ -120,7 +120,7 @@ void MainWindowTest::roomSetupCoversTheWindowUntilClosed() {
     QVERIFY(creator->isVisible());
     QVERIFY(!find<QWidget>("centralwidget")->isVisible());
     QCOMPARE(creator->geometry(), window->rect());
-    window->grab().save(screenshotPath("app_room_setup.png"));
+    windowPicture(*window).save(screenshotPath("app_room_setup.png"));
 
     window->resize(window->width() + 40, window->height() + 20);
     QTRY_COMPARE(creator->size(), window->size());
@@ -139,7 +139,7 @@ void MainWindowTest::roomThatFailsToStartKeepsTheSpinnerTurning() {
     auto* spinner = find<WaitingSpinnerWidget>("spinner");
     QVERIFY(spinner->isSpinning());
     QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("viewer_page"));
-    window->grab().save(screenshotPath("app_room_starting.png"));
+    windowPicture(*window).save(screenshotPath("app_room_starting.png"));
 
     QTRY_VERIFY_WITH_TIMEOUT(prompts->titles().contains("Only ONE opened camera"), 30000);
     QTRY_VERIFY_WITH_TIMEOUT(window->fusionWorker().isFinished(), 30000);
@@ -381,7 +381,7 @@ void MainWindowTest::viewDrawsOnlyWhenSomethingChanged() {
     QSignalSpy frames(viewer, &QOpenGLWidget::frameSwapped);
     QTRY_VERIFY(!frames.isEmpty());  // the first picture of the view, and its exposure
     QTest::qWait(200);
-    // A still scene: the repaint timer ticks about ten times and draws nothing.
+    // A still scene: the repaint timer ticks several times and draws nothing.
     frames.clear();
     QTest::qWait(500);
     QCOMPARE(frames.count(), 0);
