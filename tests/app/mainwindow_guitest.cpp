@@ -184,6 +184,14 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     panel.setRoomCameras({1, 2});
     panel.setReport(report);
     QVERIFY(panel.summaryText().contains("you can finish"));
+    // A refused floor is said beside the verdicts: the poses hold, the heights do not.
+    auto* floor = panel.findChild<QLabel*>("report_floor");
+    QVERIFY(floor->isHidden());
+    report.floorRefused = "the feet stayed on one spot or one line (0.05 m across); the floor is left unlevelled";
+    panel.setReport(report);
+    QVERIFY(!floor->isHidden());
+    QVERIFY2(floor->text().contains("one spot or one line"), qPrintable(floor->text()));
+    report.floorRefused.clear();
 
     // At the width the window gives it, every state is read in full.
     panel.setFixedWidth(420);
