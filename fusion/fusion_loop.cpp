@@ -112,6 +112,9 @@ void FusionWorker::processFrame() {
         std::lock_guard<std::mutex> metrics(shared.metricsMutex);
         fusion->getProcessMetrics(shared.metrics);
     }
+    // After this set's bodies were read: the live source forgets what its old sink took.
+    if (captureSinkChanged && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
+    captureSinkChanged = false;
     checkRunLength();
     emit newData();
 }
@@ -304,6 +307,9 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
+    // The fusion runs on the reset poses now, whatever the room file said: should this walk
+    // give nothing usable, the room goes on uncalibrated.
+    roomPosed = false;
     collecting = true;
     console::trace() << "START CALIB SK";
     return 0;
