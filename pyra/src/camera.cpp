@@ -59,6 +59,7 @@ public:
     uint64_t phaseNs = 0;
     pyra_sim::CameraClock clock;  // what the camera stamps its captures with
     int64_t lastFrame = -1;
+    bool stalled = false;
     Timestamp frameTime;
 
     bool tracking = false;
@@ -73,8 +74,18 @@ public:
 
     ~CameraBackend() { close(); }
 
-    void close() {
+    // The fusion of this process stops waiting for a camera on the virtual clock only once
+    // it said it sends no more.
+    void sendsNoMore() {
+        if (publisher && pyra_sim::virtualRoomClock()) pyra_sim::virtualSenderStopped(simulated.serial);
+    }
+    void stopPublishing() {
+        sendsNoMore();
         publisher.reset();
+    }
+
+    void close() {
+        stopPublishing();
         if (lockFd >= 0) ::close(lockFd);
         lockFd = -1;
         tracking = bodyTracking = unread = false;
@@ -137,6 +148,7 @@ ERROR_CODE Camera::open(const InitParameters& parameters) {
     b.phaseNs = uint64_t(std::llround(pyra_sim::cameraPhase(b.scene, *simulated) * 1e9));
     b.clock = pyra_sim::CameraClock(*simulated, b.openedAtNs);
     b.lastFrame = -1;
+    b.stalled = false;
     b.sequence = 0;
     return ERROR_CODE::SUCCESS;
 }
@@ -184,7 +196,7 @@ void Camera::disableBodyTracking(unsigned int) { backend_->bodyTracking = false;
 ERROR_CODE Camera::startPublishing(const CommunicationParameters& parameters) {
     if (!isOpened()) return ERROR_CODE::CAMERA_NOT_INITIALIZED;
     CameraBackend& b = *backend_;
-    b.publisher.reset();
+    b.stopPublishing();
     pyra::transport::SenderHello hello;
     hello.serial = b.simulated.serial;
     hello.version = b.simulated.faults.reportedVersion;
@@ -193,11 +205,12 @@ ERROR_CODE Camera::startPublishing(const CommunicationParameters& parameters) {
     ERROR_CODE code = pyra::transport::Publisher::start(parameters, hello, b.publisher, &why);
     if (code != ERROR_CODE::SUCCESS && b.init.verbose > 0)
         std::cerr << "SN" << b.simulated.serial << " publishing: " << why << std::endl;
+    if (code == ERROR_CODE::SUCCESS && pyra_sim::virtualRoomClock()) pyra_sim::virtualSenderStarted(b.simulated.serial);
     return code;
 }
 
 ERROR_CODE Camera::stopPublishing() {
-    backend_->publisher.reset();
+    backend_->stopPublishing();
     return ERROR_CODE::SUCCESS;
 }
 
@@ -207,8 +220,11 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
     const bool onVirtualClock = pyra_sim::virtualRoomClock();
     uint64_t now = onVirtualClock ? pyra_sim::virtualNowNs() : Timestamp::now().getNanoseconds();
     const pyra_sim::FaultSettings& faults = b.simulated.faults;
-    if (faults.grabErrorAfterSeconds >= 0 && double(now - std::min(now, b.openedAtNs)) * 1e-9 >= faults.grabErrorAfterSeconds)
-        return ERROR_CODE::CAMERA_NOT_DETECTED;
+    const auto failsAt = [&](uint64_t ns) {
+        return faults.grabErrorAfterSeconds >= 0 &&
+               double(ns - std::min(ns, b.openedAtNs)) * 1e-9 >= faults.grabErrorAfterSeconds;
+    };
+    if (!onVirtualClock && failsAt(now)) return ERROR_CODE::CAMERA_NOT_DETECTED;
 
     int64_t frame = 0;
     uint64_t frameNs = 0;  // on the camera's own clock, which stamps the capture
@@ -222,6 +238,12 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
         frame = b.lastFrame >= 0 ? b.lastFrame + 1
                                  : int64_t((b.clock.stampOf(b.openedAtNs) - b.phaseNs + b.periodNs - 1) / b.periodNs);
         frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
+        // By the capture's own time: the room clock's reading depends on how far the fusion
+        // got, which depends on the threads.
+        if (failsAt(b.clock.trueTimeOf(frameNs))) {
+            b.sendsNoMore();
+            return ERROR_CODE::CAMERA_NOT_DETECTED;
+        }
         pyra_sim::waitForVirtualClock(frameNs, kVirtualLeadNs, kVirtualPatienceMs);
     } else {
         // The next frame on this camera's clock; a caller that fell behind gets the latest one.
@@ -235,6 +257,11 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
     }
     // The world is seen at the true time of the capture.
     const uint64_t captureNs = b.clock.trueTimeOf(frameNs);
+    if (faults.stallAfterSeconds >= 0 && !b.stalled &&
+        double(captureNs - std::min(captureNs, b.openedAtNs)) * 1e-9 >= faults.stallAfterSeconds) {
+        b.stalled = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(faults.stallMs));
+    }
     b.lastFrame = frame;
     b.frameTime = Timestamp(frameNs);
 
@@ -267,6 +294,9 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
                                   [&](const BodyData& body) { return body.confidence < b.publishThreshold; }),
                    list.end());
         b.publisher->publish(f);
+        if (onVirtualClock) pyra_sim::virtualSenderPublished(b.simulated.serial);
+    } else if (silenced) {
+        b.sendsNoMore();
     }
     return ERROR_CODE::SUCCESS;
 }

@@ -45,7 +45,8 @@ struct CameraLink {
     std::unique_ptr<FrameSubscriber> subscriber;
     Bodies latest;  // camera frame, fusion's system and unit
     std::deque<Bodies> queued;  // virtual clock: received, not yet due
-    bool silent = false;        // virtual clock: sent nothing for the whole patience
+    bool silent = false;        // virtual clock: sends no more, or sent nothing for the whole patience
+    uint64_t received = 0;      // virtual clock: frames taken from the camera
     bool hasFrame = false;
     bool newSinceSet = false;
     bool unread = false;
@@ -92,8 +93,10 @@ public:
             }
             Matrix3f axes = getCoordinateTransformConversion3f(frame.coordinateSystem, parameters.coordinateSystem);
             pyra::transformBodies(frame.bodies, axes, getUnitScale(frame.unit, parameters.unit), Vector3f());
-            if (virtualClock)
+            if (virtualClock) {
                 link.queued.push_back(std::move(frame.bodies));
+                ++link.received;
+            }
             else
                 arrive(link, std::move(frame.bodies), nowNs());
         }
@@ -116,7 +119,12 @@ public:
         bool awaited = false;
         for (auto& [id, link] : links) {
             if (link.queued.empty()) {
-                if (patienceOver) link.silent = true;
+                // A camera of this process is waited for until it said it sends no more and
+                // all it sent is here; only frames lost on the way, or a camera elsewhere,
+                // leave it to the wall-clock patience.
+                const pyra_sim::VirtualSender sender = pyra_sim::virtualSender(unsigned(id.sn));
+                if (sender.known && !sender.sending && link.received >= sender.published) link.silent = true;
+                else if (patienceOver && !(sender.known && sender.sending)) link.silent = true;
                 awaited = awaited || !link.silent;
                 continue;
             }

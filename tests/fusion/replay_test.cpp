@@ -119,6 +119,24 @@ TEST(Replay, TheSameSceneGivesTheSameRecordingAndEveryReplayTheLiveRoom) {
     EXPECT_EQ(shortened.room.size(), 4u);
 }
 
+// A camera whose thread is held up longer than any wall-clock patience, as on a starved
+// machine, must not change what the fusion received, nor when.
+TEST(Replay, ACameraThreadHeldUpChangesNothingRecorded) {
+    platform_test::isolateProcess();
+    const std::string folder = platform_test::privateFolder("replay-stall");
+    pyra_sim::Scene scene = pyra_sim::defaultScene();
+    fusiontest::ScopedVirtualClock virtualClock;
+    pyra_sim::setActiveScene(scene);
+    calibrateLive(folder + "/smooth.rec", 3);
+    scene.cameras[1].faults.stallAfterSeconds = 1.0;
+    scene.cameras[1].faults.stallMs = 2500;
+    pyra_sim::setActiveScene(scene);
+    calibrateLive(folder + "/stalled.rec", 3);
+    const std::string smooth = fileBytes(folder + "/smooth.rec");
+    EXPECT_GT(smooth.size(), 100000u);
+    EXPECT_TRUE(smooth == fileBytes(folder + "/stalled.rec"));
+}
+
 TEST(Replay, CaptureClockMovesOnWhenCaptureTimesStepBack) {
     CapturePipelineClock clock;
     clock.captured(3600 * kSeconds);

@@ -22,4 +22,18 @@ void advanceVirtualClock(uint64_t ns);
 // go); true when the clock allowed it.
 bool waitForVirtualClock(uint64_t frameNs, uint64_t leadNs, int maxWaitMs);
 
+// The cameras of this process that publish on the virtual clock, by serial. The fusion waits
+// for a sending one however long its thread is held up, so that which captures make a set
+// never depends on how the threads were scheduled; a stopped one is done once all it
+// published has been received.
+struct VirtualSender {
+    bool known = false;  // false: not a camera of this process
+    bool sending = false;
+    uint64_t published = 0;
+};
+void virtualSenderStarted(unsigned int serial);
+void virtualSenderPublished(unsigned int serial);
+void virtualSenderStopped(unsigned int serial);
+VirtualSender virtualSender(unsigned int serial);
+
 }  // namespace pyra_sim

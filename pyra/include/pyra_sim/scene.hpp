@@ -29,6 +29,10 @@ struct FaultSettings {
     bool failToOpen = false;
     double grabErrorAfterSeconds = -1.0;       // < 0: never
     double stopPublishingAfterSeconds = -1.0;  // < 0: never
+    // A hiccup of the camera's driver: the grab of the capture due this many seconds after
+    // opening hangs for stallMs of wall time, once. The capture itself is the same.
+    double stallAfterSeconds = -1.0;  // < 0: never
+    int stallMs = 0;
     std::array<int, 3> reportedVersion{5, 1, 0};
     // Someone bumps the camera: from this many seconds after opening on, it is turned by
     // knockRotationDeg (a rotation vector in its own frame, degrees) about its own centre

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 
 namespace pyra_sim {
@@ -19,6 +20,7 @@ struct VirtualClock {
     std::mutex mutex;
     std::condition_variable moved;
     uint64_t nowNs = kEpochNs;
+    std::map<unsigned int, VirtualSender> senders;
 };
 
 VirtualClock& virtualClock() {
@@ -62,6 +64,33 @@ bool waitForVirtualClock(uint64_t frameNs, uint64_t leadNs, int maxWaitMs) {
     std::unique_lock<std::mutex> lock(clock.mutex);
     return clock.moved.wait_for(lock, std::chrono::milliseconds(maxWaitMs),
                                 [&] { return clock.nowNs + leadNs >= frameNs; });
+}
+
+void virtualSenderStarted(unsigned int serial) {
+    VirtualClock& clock = virtualClock();
+    std::lock_guard<std::mutex> lock(clock.mutex);
+    clock.senders[serial] = VirtualSender{true, true, 0};
+}
+
+void virtualSenderPublished(unsigned int serial) {
+    VirtualClock& clock = virtualClock();
+    std::lock_guard<std::mutex> lock(clock.mutex);
+    auto found = clock.senders.find(serial);
+    if (found != clock.senders.end()) ++found->second.published;
+}
+
+void virtualSenderStopped(unsigned int serial) {
+    VirtualClock& clock = virtualClock();
+    std::lock_guard<std::mutex> lock(clock.mutex);
+    auto found = clock.senders.find(serial);
+    if (found != clock.senders.end()) found->second.sending = false;
+}
+
+VirtualSender virtualSender(unsigned int serial) {
+    VirtualClock& clock = virtualClock();
+    std::lock_guard<std::mutex> lock(clock.mutex);
+    auto found = clock.senders.find(serial);
+    return found == clock.senders.end() ? VirtualSender() : found->second;
 }
 
 }  // namespace pyra_sim

@@ -148,6 +148,8 @@ void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSe
     in.boolean(j, "fail_to_open", path, f.failToOpen);
     in.number(j, "grab_error_after_s", path, f.grabErrorAfterSeconds, 0.0, 1e7);
     in.number(j, "stop_publishing_after_s", path, f.stopPublishingAfterSeconds, 0.0, 1e7);
+    in.number(j, "stall_after_s", path, f.stallAfterSeconds, 0.0, 1e7);
+    in.number(j, "stall_ms", path, f.stallMs, 0.0, 600000.0);
     in.number(j, "knock_after_s", path, f.knockAfterSeconds, 0.0, 1e7);
     in.vector3(j, "knock_rotation_deg", path, f.knockRotationDeg);
     in.vector3(j, "knock_shift", path, f.knockShift);

@@ -18,7 +18,7 @@ lum::ERROR_CODE Publisher::start(const lum::CommunicationParameters& link, const
     std::string where;
     try {
         p->context_ = std::make_unique<zmq::context_t>(1);
-        p->data_ = std::make_unique<zmq::socket_t>(*p->context_, zmq::socket_type::pub);
+        p->data_ = std::make_unique<zmq::socket_t>(*p->context_, zmq::socket_type::xpub);
         configureSocket(*p->data_, 100);
         p->data_->set(zmq::sockopt::sndhwm, 256);
         where = dataEndpoint(link, hello.serial, true);
@@ -57,6 +57,22 @@ void Publisher::publish(const Frame& frame) {
         if (data_->send(zmq::buffer(bytes), zmq::send_flags::dontwait)) ++published_;
     } catch (const zmq::error_t&) {
     }
+}
+
+bool Publisher::greeted() {
+    if (!greeted_) return false;
+    std::lock_guard<std::mutex> lock(sendMutex_);
+    while (!subscribed_) {
+        zmq::message_t message;
+        try {
+            if (!data_->recv(message, zmq::recv_flags::dontwait)) break;
+        } catch (const zmq::error_t&) {
+            break;
+        }
+        // The socket hands each new subscription up as a message whose first byte is 1.
+        if (message.size() > 0 && static_cast<const unsigned char*>(message.data())[0] == 1) subscribed_ = true;
+    }
+    return subscribed_;
 }
 
 void Publisher::answerHandshakes() {

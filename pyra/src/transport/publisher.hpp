@@ -1,4 +1,4 @@
-// The sending side of a camera link: frames on a PUB socket, and a handshake thread that
+// The sending side of a camera link: frames on an XPUB socket, and a handshake thread that
 // tells any fusion who this sender is.
 #pragma once
 
@@ -32,8 +32,10 @@ public:
     // Never blocks: a frame nobody can take is dropped, as a live camera would.
     void publish(const Frame& frame);
     uint64_t publishedCount() const { return published_; }
-    // True once a fusion has asked this sender who it is: its data socket listens by then.
-    bool greeted() const { return greeted_; }
+    // True once a fusion has asked this sender who it is and its subscription has reached the
+    // data socket. A subscriber joins on its own, later than the handshake on a busy machine,
+    // and whatever is sent before it joined is lost to it.
+    bool greeted();
 
 private:
     Publisher() = default;
@@ -49,6 +51,7 @@ private:
     std::atomic<bool> stop_{false};
     std::atomic<uint64_t> published_{0};
     std::atomic<bool> greeted_{false};
+    bool subscribed_ = false;  // under sendMutex_
     std::thread helloThread_;
 };
 
