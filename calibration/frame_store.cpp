@@ -18,6 +18,16 @@ bool FrameStore::add(lum::Timestamp ts, std::map<int, lum::BodyData> bodies) {
     return true;
 }
 
+void FrameStore::dropCamera(int camera, lum::Timestamp before) {
+    for (auto it = frames_.begin(); it != frames_.end() && it->first < before;) {
+        it->second.erase(camera);
+        it = it->second.size() < 2 ? frames_.erase(it) : std::next(it);
+    }
+    cameras_.clear();
+    for (const auto& [ts, bodies] : frames_)
+        for (const auto& [id, body] : bodies) cameras_.insert(id);
+}
+
 FrameStore FrameStore::slice(size_t first, size_t last) const {
     FrameStore part;
     last = std::min(last, frames_.size());

@@ -1,5 +1,5 @@
-// The frames a skeleton calibration collected: append-only, keyed by capture time. A
-// solve reads them and never writes; keypoints that would poison it never get in.
+// The frames a skeleton calibration collected, keyed by capture time: only a camera found
+// anew loses its old ones. A solve never writes; keypoints that would poison it never get in.
 #pragma once
 
 #include <cstddef>
@@ -29,6 +29,11 @@ public:
     lum::Timestamp lastTimestamp() const { return last_; }
     // Keypoints add() refused, by reason, since this store was made.
     const KeypointDrops& droppedKeypoints() const { return drops_; }
+
+    // Takes `camera`'s bodies out of every frame stamped before `before`; a frame left with
+    // fewer than two bodies goes. For a camera whose pose is being found anew: what it saw
+    // from where it stood before no longer fits.
+    void dropCamera(int camera, lum::Timestamp before);
 
     // The frames from the `first`-th (in time) up to but excluding the `last`-th, as a store
     // of their own.

@@ -157,6 +157,7 @@ void CalibrationSession::onStartFailed() {
 void CalibrationSession::onReport(const CalibrationReport& report) {
     ++solves;
     unplaced = report.unplaced;
+    reseeding = report.reseeding;
     if (report.usable) {
         lastUsable = report;
         lastRmsMm = roomRmsMm(report);
@@ -173,6 +174,7 @@ ProgressLine::State CalibrationSession::progressState() const {
     state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
     state.totalSeconds = options.seconds;
     state.people = people;
+    state.reseeding = reseeding;
     return state;
 }
 
@@ -342,7 +344,7 @@ bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std:
         const std::string why = std::find(running.begin(), running.end(), serial) == running.end()
                                     ? "it never opened or subscribed"
                                 : waiting != unplaced.end()
-                                    ? "no first pose agreed yet: " + waiting->second
+                                    ? waiting->second
                                     : "it shared no usable keypoint with another camera" + refused;
         std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
         result.leftOut[serial] = why;
