@@ -88,9 +88,7 @@ void FusionWorker::processFrame() {
         } else {
             std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
             fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
-            for (const lum::CameraIdentifier& camera : subscribedCameras)
-                source().retrieveBodies(shared.cameraBodies[camera], camera);
-            noteCaptures();
+            retrieveCameraBodies();
             watchForDrift();
         }
     }
@@ -149,9 +147,12 @@ void FusionWorker::collectSkeletons() {
     std::map<int, lum::BodyData> frame;
     {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
-        for (const lum::CameraIdentifier& camera : subscribedCameras)
-            source().retrieveBodies(shared.cameraBodies[camera], camera);
-        noteCaptures();
+        retrieveCameraBodies();
+        // Before any association: one absurd keypoint would make a body match nobody.
+        for (const lum::CameraIdentifier& camera : subscribedCameras) {
+            lum::Bodies& bodies = shared.cameraBodies[camera];
+            if (bodies.is_new) captureGate.screenKeypoints(static_cast<int>(camera.sn), bodies);
+        }
         if (calibration.options.model == SkeletonMulticameraCalibration::Model::Refined) {
             for (const lum::CameraIdentifier& camera : subscribedCameras) {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
@@ -396,12 +397,19 @@ std::vector<int> FusionWorker::watchedCameras() const {
 
 calib::KeypointDrops FusionWorker::droppedKeypoints() const {
     std::lock_guard<std::mutex> lock(workerMutex);
-    return calibration.frames.droppedKeypoints();
+    calib::KeypointDrops drops = calibration.frames.droppedKeypoints();
+    for (const auto& [serial, camera] : captureGate.keypointDrops()) {
+        drops.nonFinite += camera.nonFinite;
+        drops.badCovariance += camera.badCovariance;
+        drops.implausible += camera.implausible;
+    }
+    return drops;
 }
 
 void FusionWorker::resetCalibration() {
     associator.clear();
     reseeds = calib::ReseedPolicy();
+    captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.
     calibration.frames = calib::FrameStore();
