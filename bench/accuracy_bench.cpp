@@ -158,7 +158,6 @@ Figures measure(const pyra_sim::Scene& scene, const calib::Frames& frames, Calib
                 bool bias, bool floor) {
     Calibration c;
     c.options.model = model;
-    c.options.bodyFormat = 0;
     c.options.refined.estimateBias = bias;
     c.options.levelFloor = floor;
     for (const auto& [ts, bodies] : frames) {

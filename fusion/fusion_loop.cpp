@@ -252,8 +252,14 @@ void FusionWorker::watchForDrift() {
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
     if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
-    for (const DriftWarning& warning :
-         driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
+    // Every body: the monitor tells people apart through the calibration itself.
+    RoomBodies seen;
+    for (const lum::CameraIdentifier& camera : subscribedCameras) {
+        auto found = shared.cameraBodies.find(camera);
+        if (found != shared.cameraBodies.end() && found->second.is_new)
+            seen[static_cast<int>(camera.sn)] = found->second.body_list;
+    }
+    for (const DriftWarning& warning : driftMonitor.addFrame(now, seen)) {
         console::trace() << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
                          << warning.jointShiftMm << " mm";
         emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
@@ -316,7 +322,6 @@ int FusionWorker::startCalib(CALIB kind) {
     emit incCalib(0);
     frameAssembler.clear();
     restartDriftWatch();
-    calibration.options.bodyFormat = 0;
     collecting = true;
     console::trace() << "START CALIB SK";
     return 0;

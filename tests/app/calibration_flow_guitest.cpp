@@ -154,7 +154,7 @@ void CalibrationFlowTest::cancelledSaveWritesNothingAndKeepsTheResult() {
              truth.size());
     QVERIFY(!save->isVisible());
     QVERIFY(find<CalibrationPanel>("report_panel")->summaryText().contains("Calibration saved to " + path));
-    window->grab().save(screenshotPath("app_calibration_saved.png"));
+    windowPicture(*window).save(screenshotPath("app_calibration_saved.png"));
 
     // The next save starts where the last one went.
     prompts->saveName.clear();

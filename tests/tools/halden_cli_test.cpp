@@ -114,6 +114,7 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     const nlohmann::json result = nlohmann::json::parse(run.out, nullptr, false);
     ASSERT_FALSE(result.is_discarded()) << run.out;
     EXPECT_EQ(result["exitReason"], "written");
+    EXPECT_TRUE(result.contains("floorRefused") && result["floorRefused"].is_null()) << result["floorRefused"];
     EXPECT_EQ(result["output"], output.toStdString() + ".json");
     ASSERT_EQ(result["cameras"].size(), scene.cameras.size());
     for (const nlohmann::json& camera : result["cameras"]) {
