@@ -161,6 +161,7 @@ void CalibrationPanel::setFrameCount(int frames) {
                                   .arg(heldMoments_));
     else
         framesLabel_->setText(tr("%1 frames collected, %2 used by the last solve").arg(frames_).arg(report_.frames));
+    for (int camera : report_.reseeding) framesLabel_->setText(framesLabel_->text() + tr("; re-seeding %1").arg(camera));
 }
 
 void CalibrationPanel::setCameraPeople(std::vector<calib::CameraPeople> cameras) {
@@ -232,7 +233,13 @@ void CalibrationPanel::refresh() {
     if (concluded_) return;
 
     const int total = static_cast<int>(serials.size());
-    if (!moved.isEmpty())
+    if (!moved.isEmpty() && !report_.reseeding.empty())
+        summary_->setText(tr("<font color=%1>Camera %2 moved while you calibrated: its frames from before were "
+                             "dropped and it is being placed anew. Keep walking where it and a neighbour both see "
+                             "you.</font>")
+                              .arg(clr::error.name())
+                              .arg(moved.join(", ")));
+    else if (!moved.isEmpty())
         summary_->setText(tr("<font color=%1>Camera %2 moved while you calibrated: fix it in place, then finish "
                              "and start the calibration again.</font>")
                               .arg(clr::error.name())

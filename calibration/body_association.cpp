@@ -84,6 +84,16 @@ void BodyAssociator::setPoses(const std::map<int, lum::Transform>& cameraToWorld
 
 void BodyAssociator::clear() { *this = BodyAssociator(options_); }
 
+void BodyAssociator::forgetCamera(int camera) {
+    poses_.erase(camera);
+    for (auto it = pairTransforms_.begin(); it != pairTransforms_.end();)
+        it = it->first.first == camera || it->first.second == camera ? pairTransforms_.erase(it) : std::next(it);
+    const auto involves = [camera](const LinkKey& key) { return key.first.first == camera || key.second.first == camera; };
+    for (auto it = candidates_.begin(); it != candidates_.end();)
+        it = involves(it->first) ? candidates_.erase(it) : std::next(it);
+    for (auto it = links_.begin(); it != links_.end();) it = involves(it->first) ? links_.erase(it) : std::next(it);
+}
+
 bool BodyAssociator::transformFor(int cameraA, int cameraB, Eigen::Isometry3d& bToA) const {
     auto a = poses_.find(cameraA);
     auto b = poses_.find(cameraB);

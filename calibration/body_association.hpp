@@ -85,6 +85,9 @@ public:
     const std::map<LinkKey, int>& links() const { return links_; }  // value: misses in a row
 
     void clear();
+    // Forgets every pairing, candidate and transform of `camera`, whose pose is being found
+    // anew: its bodies are paired without poses again.
+    void forgetCamera(int camera);
 
 private:
     struct Sample {

@@ -19,6 +19,9 @@ struct CameraCalibrationReport {
     double translationSigmaMm = 0;  // 1-sigma translation (norm) from the same covariance
     std::map<int, int> framesSharedWith;  // other camera -> frames in which both gave a block
     CameraUncertainty uncertainty;        // what a user may trust; see addPoseUncertainty()
+    // It moved during the calibration: its earlier frames and pose are gone and it is being
+    // placed anew; it reads Moved until then.
+    bool reseedingAfterMove = false;
 };
 
 struct CalibrationReport {
@@ -28,6 +31,7 @@ struct CalibrationReport {
     double solveSeconds = 0;
     std::string floorRefused;  // why the world is not levelled, when the floor was refused
     std::map<int, std::string> unplaced;  // cameras waiting for an agreed first pose, and why
+    std::vector<int> reseeding;           // cameras whose pose is being found anew
     std::vector<CameraCalibrationReport> cameras;  // by camera identifier
 };
 

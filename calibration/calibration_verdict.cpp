@@ -59,6 +59,9 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
 
 CameraAssessment assessCamera(const CameraCalibrationReport* camera, const CalibrationReport& report,
                               const ReadinessThresholds& t) {
+    if (camera && camera->reseedingAfterMove)
+        return {CameraReadiness::Moved, "It moved during the calibration: its frames from before were dropped and it "
+                                        "is being placed anew. Keep walking where it and a neighbour both see you."};
     if (!camera || camera->residualBlocks == 0 || camera->framesSharedWith.empty())
         return {CameraReadiness::NoData,
                 "Not yet seen together with another camera: walk where it and a neighbour both see you."};

@@ -89,6 +89,42 @@ FrameParts FrameStore::parts() const {
     return parts;
 }
 
+void FrameStore::dropCamera(int camera, lum::Timestamp before) {
+    // Chunks a snapshot holds stay as they are: the affected ones are rebuilt, not edited.
+    Chunks kept;
+    size_ = 0;
+    cameras_.clear();
+    for (const auto& chunk : chunks_) {
+        const Frames& frames = chunk->frames();
+        const bool touched = frames.begin()->first < before &&
+                             std::any_of(frames.begin(), frames.end(), [&](const auto& frame) {
+                                 return frame.first < before && frame.second.count(camera);
+                             });
+        if (touched) {
+            Frames left;
+            for (const auto& [ts, bodies] : frames) {
+                if (ts >= before || !bodies.count(camera)) {
+                    left.emplace(ts, bodies);
+                } else if (bodies.size() > 2) {
+                    auto rest = bodies;
+                    rest.erase(camera);
+                    left.emplace(ts, std::move(rest));
+                }
+            }
+            if (left.empty()) continue;
+            kept.push_back(std::make_shared<FrameChunk>(std::move(left)));
+        } else {
+            kept.push_back(chunk);
+        }
+        for (const auto& [ts, bodies] : kept.back()->frames())
+            for (const auto& [id, body] : bodies) cameras_.insert(id);
+        size_ += kept.back()->frames().size();
+    }
+    chunks_ = std::move(kept);
+    last_ = chunks_.empty() ? 0 : chunks_.back()->frames().rbegin()->first;
+}
+}
+
 FrameStore FrameStore::slice(size_t first, size_t last) const {
     FrameStore part;
     last = std::min(last, size_);

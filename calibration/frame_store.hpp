@@ -97,6 +97,11 @@ public:
     const Chunks& chunks() const { return chunks_; }
     FrameParts parts() const;
 
+    // Takes `camera`'s bodies out of every frame stamped before `before`; a frame left with
+    // fewer than two bodies goes. For a camera whose pose is being found anew: what it saw
+    // from where it stood before no longer fits.
+    void dropCamera(int camera, lum::Timestamp before);
+
     // The frames from the `first`-th (in time) up to but excluding the `last`-th, as a store
     // of their own; whole chunks are shared, not copied.
     FrameStore slice(size_t first, size_t last) const;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <iostream>
 
 #include "core/console_log.hpp"
@@ -208,6 +209,9 @@ void FusionWorker::applySolvedCalibration() {
     const bool usable = solved->usable;
     CalibrationReport report = solved->report;
     mergeSolvedCalibration(calibration, std::move(*solved));
+    // Before the next solve starts, so that it already places the camera anew.
+    for (int camera : reseeds.review(report)) reseedCamera(camera);
+    reseeds.annotate(report);
     if (usable) {
         SharedData& shared = SharedData::getInstance();
         std::lock_guard<std::mutex> positions(shared.positionMutex);
@@ -215,6 +219,20 @@ void FusionWorker::applySolvedCalibration() {
             shared.cameraTransforms[lum::CameraIdentifier(static_cast<uint64_t>(serial))] = transform;
     }
     emit calibrationReport(report);
+}
+
+void FusionWorker::reseedCamera(int camera) {
+    console::trace() << "re-seeding " << camera;
+    // Everything it saw so far was seen from where it may no longer stand.
+    calibration.frames.dropCamera(camera, lum::Timestamp(std::numeric_limits<uint64_t>::max()));
+    calibration.state.poses.erase(camera);
+    calibration.state.biases.erase(camera);
+    calibration.state.calibratedPoses.erase(camera);
+    calibration.state.framesAtLastCalibration =
+        std::min(calibration.state.framesAtLastCalibration, static_cast<int>(calibration.frames.size()));
+    calibrationFrames = static_cast<int>(calibration.frames.size());
+    associator.forgetCamera(camera);
+    associator.setPoses(calibration.state.calibratedPoses);
 }
 
 // The raw skeletons arrive in each camera's own frame while calibrating; drawn through
@@ -401,6 +419,7 @@ calib::KeypointDrops FusionWorker::droppedKeypoints() const {
 
 void FusionWorker::resetCalibration() {
     associator.clear();
+    reseeds = calib::ReseedPolicy();
     captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.

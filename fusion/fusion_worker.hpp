@@ -23,6 +23,7 @@
 #include "calibration/capture_gate.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
+#include "calibration/reseed_policy.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/body_source.hpp"
 #include "fusion/calibration_runner.hpp"
@@ -170,6 +171,8 @@ private:
     void processFrame();
     void collectSkeletons();
     void applySolvedCalibration();
+    // Drops `camera`'s frames and pose: the next solves place it anew from pose-free pairings.
+    void reseedCamera(int camera);
     void showThroughCalibration();
     void watchForDrift();
     void restartDriftWatch();
@@ -222,6 +225,7 @@ private:
     int64_t lastAssociationMs = 0;
 
     CalibrationRunner solver;
+    calib::ReseedPolicy reseeds;
     DriftMonitor driftMonitor;
     // A room whose cameras all stand at the origin has no calibration to drift from.
     bool roomPosed = false;

@@ -164,6 +164,7 @@ void CalibrationSession::onStartFailed() {
 void CalibrationSession::onReport(const CalibrationReport& report) {
     ++solves;
     unplaced = report.unplaced;
+    reseeding = report.reseeding;
     if (report.usable) {
         lastUsable = report;
         lastRmsMm = roomRmsMm(report);
@@ -180,6 +181,7 @@ ProgressLine::State CalibrationSession::progressState() const {
     state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
     state.totalSeconds = options.seconds;
     state.people = people;
+    state.reseeding = reseeding;
     return state;
 }
 
@@ -371,7 +373,7 @@ bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std:
         if (cause.running && !cause.trouble.empty())
             why = cause.trouble + cause.refused;
         else if (cause.running && waiting != unplaced.end())
-            why = "no first pose agreed yet: " + waiting->second + cause.refused;
+            why = waiting->second + cause.refused;
         else if (cause.running)
             why = "it shared no usable keypoint with another camera" + cause.refused;
         std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;

@@ -77,6 +77,7 @@ private:
     // What finishCalib tried to save, kept elsewhere when its file cannot be written.
     std::vector<lum::FusionConfiguration> unsaved;
     std::optional<CalibrationReport> lastUsable;
+    std::vector<int> reseeding;           // of the last solve: cameras whose pose is being found anew
     std::map<int, std::string> unplaced;  // of the last solve, usable or not: cameras still without a first pose
     std::optional<double> lastRmsMm;
     std::string people;

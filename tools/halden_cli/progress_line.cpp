@@ -32,8 +32,10 @@ std::string ProgressLine::format(const State& state) {
     char line[200];
     std::snprintf(line, sizeof(line), "calibrating  frames %d  %s  solves %d  last RMS %s  %d/%d s", state.frames,
                   next, state.solves, rms, state.elapsedSeconds, state.totalSeconds);
-    if (state.people.empty()) return line;
-    return std::string(line) + "  | " + state.people;
+    std::string text = line;
+    for (int camera : state.reseeding) text += "  re-seeding " + std::to_string(camera);
+    if (state.people.empty()) return text;
+    return text + "  | " + state.people;
 }
 
 void ProgressLine::update(const State& state, bool important) {

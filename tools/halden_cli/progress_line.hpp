@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 class ProgressLine {
 public:
@@ -15,6 +16,7 @@ public:
         int elapsedSeconds = 0;
         int totalSeconds = 0;
         std::string people;  // per camera: people in view and whether they are used
+        std::vector<int> reseeding;  // cameras whose pose is being found anew
     };
 
     ProgressLine();

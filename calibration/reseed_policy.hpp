@@ -1,0 +1,39 @@
+// Which cameras a calibration finds anew after a solve: one that moved while people walked,
+// or one whose residual stays far above its peers'. A moved one reads Moved until placed again.
+#pragma once
+
+#include <map>
+#include <set>
+#include <vector>
+
+#include "calibration/calibration_report.hpp"
+
+namespace calib {
+
+struct ReseedOptions {
+    double residualRatio = 3.0;    // times the median of the other placed cameras' residuals
+    double minResidualMm = 150.0;  // and at least this much
+    int solvesAbove = 2;           // usable solves in a row before a residual counts
+};
+
+class ReseedPolicy {
+public:
+    ReseedPolicy() = default;
+    explicit ReseedPolicy(ReseedOptions options) : options_(options) {}
+
+    // After a solve: the cameras to find anew from now on (their frames and pose go). One
+    // camera at a time, the clearest case first; a camera being found anew is left alone.
+    std::vector<int> review(const CalibrationReport& report);
+    // What a reader of the report must know: the cameras being found anew, and that those
+    // which moved still read Moved until they are placed again.
+    void annotate(CalibrationReport& report) const;
+    const std::set<int>& reseeding() const { return awaiting_; }
+
+private:
+    ReseedOptions options_;
+    std::set<int> awaiting_;  // found anew, not placed again yet
+    std::set<int> moved_;     // of those, the ones that moved
+    std::map<int, int> above_;  // usable solves in a row with a residual far above the peers'
+};
+
+}  // namespace calib
