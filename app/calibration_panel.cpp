@@ -123,6 +123,7 @@ void CalibrationPanel::clear() {
     held_.clear();
     concluded_ = false;
     frames_ = 0;
+    heldMoments_ = 0;
     peopleLabel_->clear();
     refresh();
 }
@@ -150,10 +151,19 @@ void CalibrationPanel::setReport(CalibrationReport report) {
 
 void CalibrationPanel::setFrameCount(int frames) {
     frames_ = frames;
-    framesLabel_->setText(tr("%1 frames collected, %2 used by the last solve").arg(frames_).arg(report_.frames));
+    if (frames_ == 0 && heldMoments_ > 0)
+        framesLabel_->setText(tr("Matching each person across the cameras; moments held: %1, counted as frames once "
+                                 "the cameras agree")
+                                  .arg(heldMoments_));
+    else
+        framesLabel_->setText(tr("%1 frames collected, %2 used by the last solve").arg(frames_).arg(report_.frames));
 }
 
 void CalibrationPanel::setCameraPeople(std::vector<calib::CameraPeople> cameras) {
+    int seeing = 0;
+    for (const calib::CameraPeople& camera : cameras)
+        if (camera.people > 0) ++seeing;
+    if (frames_ == 0 && seeing >= 2) ++heldMoments_;
     peopleLabel_->setText(tr("In view: %1").arg(QString::fromStdString(calib::describe(cameras))));
 }
 

@@ -49,6 +49,9 @@ private:
     // figure wobbling about a threshold does not flicker the state.
     std::set<int> held_;
     int frames_ = 0;
+    // Moments of the walk held back until each person is matched across the cameras; they
+    // become frames all at once when the cameras agree, so they are counted meanwhile.
+    int heldMoments_ = 0;
     bool concluded_ = false;
     QLabel* summary_ = nullptr;
     QLabel* framesLabel_ = nullptr;

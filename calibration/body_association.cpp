@@ -111,6 +111,7 @@ std::vector<PersonFrame> BodyAssociator::associate(const SeenBodies& seen) {
     use_.clear();
     for (const auto& [camera, bodies] : seen) {
         use_[camera] = {camera, int(bodies.size()), false};
+        if (int(bodies.size()) > options_.maxBodies) continue;
         for (const lum::BodyData& body : bodies) {
             int joints = 0;
             for (const lum::Vector3f& p : body.keypoint) joints += finite(p);

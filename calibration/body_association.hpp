@@ -15,6 +15,9 @@
 
 namespace calib {
 
+// More people than one camera sees in any room a calibration is walked in.
+constexpr int kMaxBodiesPerCapture = 10;
+
 // Every camera's bodies at one instant, by camera identifier.
 using SeenBodies = std::map<int, std::vector<lum::BodyData>>;
 // One person as several cameras see it: camera identifier to that camera's body.
@@ -52,6 +55,9 @@ public:
         int agreementsToConfirm = 3;     // instants of unambiguous agreement through a transform
         int missesToDrop = 2;            // instants in a row outside the gate before a pairing goes
         int minJoints = 6;               // joints two bodies must share to be compared
+        // A camera with more bodies at one instant is left out of it: every body of a camera
+        // is compared with every body of each other camera, so this caps the work and memory.
+        int maxBodies = kMaxBodiesPerCapture;
     };
 
     // A camera's track: camera identifier and the camera's own body id.

@@ -2,6 +2,7 @@
 // layout. Set by its owner; a solve only reads it.
 #pragma once
 
+#include "calibration/pose_consensus.hpp"
 #include "calibration/refined_solver.hpp"
 
 namespace calib {
@@ -18,6 +19,7 @@ struct CalibrationOptions {
     Model model = Model::Classic;
     Solver solver = Solver::Fast;
     RefinedOptions refined;
+    ConsensusOptions consensus;  // Refined: when a camera's first pose is agreed
     // Iterations one Classic solve (and Refined's cold start) may take. A live room keeps
     // the default; a caller that only needs the paths walked, not converged, lowers it.
     int maxIterations = 50;

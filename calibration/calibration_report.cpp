@@ -94,6 +94,7 @@ CalibrationReport makeCalibrationReport(const SkeletonMulticameraCalibration& ca
     report.residualBlocks = record->residualBlocks;
     report.solveSeconds = record->seconds;
     report.floorRefused = record->floorRefused;
+    report.unplaced = record->unplaced;
 
     std::map<int, double> before, after;
     std::map<int, int> counts, unused;

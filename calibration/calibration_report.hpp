@@ -32,6 +32,7 @@ struct CalibrationReport {
     int residualBlocks = 0;
     double solveSeconds = 0;
     std::string floorRefused;  // why the world is not levelled, when the floor was refused
+    std::map<int, std::string> unplaced;  // cameras waiting for an agreed first pose, and why
     std::vector<CameraCalibrationReport> cameras;  // by camera identifier
 };
 

@@ -27,7 +27,11 @@ constexpr int kFollowSteps = 25;  // a pair found before is searched again half 
 constexpr double kSystematicS = 0.001;
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
-bool finite(const lum::Vector3f& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+// Missing keypoints are NaN; a keypoint kilometres away is a tracker fault, not a walk.
+bool finite(const lum::Vector3f& p) {
+    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z) && std::abs(p.x) < 1e3f &&
+           std::abs(p.y) < 1e3f && std::abs(p.z) < 1e3f;
+}
 
 struct Moments {
     double n = 0, x = 0, y = 0, xx = 0, yy = 0, xy = 0;

@@ -12,6 +12,7 @@
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/level_floor.hpp"
 #include "calibration/pair_solver.hpp"
+#include "calibration/pose_consensus.hpp"
 #include "calibration/solve_record.hpp"
 #include "lum/plane.hpp"
 
@@ -56,6 +57,24 @@ std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& 
         cameras.insert(pair.cameraB);
     }
     return cameras;
+}
+
+Eigen::Isometry3d isometryOf(const calib::PoseStruct& pose) {
+    Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
+    out.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).normalized().toRotationMatrix();
+    out.translation() = Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);
+    return out;
+}
+
+calib::PoseStruct poseOf(const Eigen::Isometry3d& isometry) {
+    const Eigen::Quaterniond q(isometry.linear());
+    calib::PoseStruct pose;
+    pose.q[0] = q.x();
+    pose.q[1] = q.y();
+    pose.q[2] = q.z();
+    pose.q[3] = q.w();
+    for (int i = 0; i < 3; ++i) pose.t[i] = isometry.translation()(i);
+    return pose;
 }
 
 using WorldJoints = decltype(calib::SolverState::worldJoints);
@@ -194,16 +213,36 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     const auto start = std::chrono::steady_clock::now();
     std::map<int, PoseStruct>& poses = state.poses;
     std::map<int, double>& biases = state.biases;
+    // A camera joins the solve only once where it stands is agreed: a solve started from
+    // nowhere settles wherever its first steps lead and holds on to it.
+    std::map<int, Eigen::Isometry3d> placedPoses;
     for (int camera : frames.cameras())
-        if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
+        if (poses.count(camera)) placedPoses[camera] = isometryOf(poses[camera]);
+    const calib::ConsensusSeeds consensus = calib::seedCameras(frames.all(), placedPoses, options.consensus);
+    for (const auto& [camera, seed] : consensus.seeds) poses[camera] = poseOf(seed);
     state.framesAtLastCalibration = int(frames.size());
 
     std::vector<calib::FramePair> framePairs = calib::collectFramePairs(frames.all(), &state.keypointsLeftOut);
+    framePairs.erase(std::remove_if(framePairs.begin(), framePairs.end(),
+                                    [&poses](const calib::FramePair& pair) {
+                                        return !poses.count(pair.cameraA) || !poses.count(pair.cameraB);
+                                    }),
+                     framePairs.end());
     auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::toCameraPairs(framePairs));
     size_t joints = 0;
     for (const calib::FramePair& pair : framePairs) joints += pair.joints.size();
     // The same minimum as the classic model, which counts each joint pair twice.
-    if (2 * int(joints) < kMinimumResidualBlocks) return false;
+    if (2 * int(joints) < kMinimumResidualBlocks) {
+        // Cameras kept out until their pose is agreed still say why.
+        if (!consensus.waiting.empty()) {
+            auto waiting = std::make_shared<calib::SolveRecord>();
+            waiting->pairs = pairs;
+            waiting->frames = int(frames.size());
+            waiting->unplaced = consensus.waiting;
+            state.lastSolve = waiting;
+        }
+        return false;
+    }
 
     const std::set<int> placed = camerasSharingKeypoints(*pairs);
     const int reference = *placed.begin();
@@ -215,6 +254,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     record->weighted = true;
     record->frames = int(frames.size());
     record->residualBlocks = 2 * int(joints);
+    record->unplaced = consensus.waiting;
 
     std::map<int, calib::CameraUnknowns> unknowns;
     for (int camera : placed) {
@@ -225,9 +265,9 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         auto bias = biases.find(camera);
         u.bias = options.refined.estimateBias && bias != biases.end() ? bias->second : 0.0;
     }
-    // A first solve starts from nowhere: plain least squares finds the basin, the refined
-    // rounds then settle weights and biases.
-    const bool cold = biases.empty();
+    // A camera new to the solve starts from its agreed seed: plain least squares settles it
+    // in its basin, the refined rounds then settle weights and biases.
+    const bool cold = std::any_of(placed.begin(), placed.end(), [&biases](int camera) { return !biases.count(camera); });
     if (cold) {
         if (!calib::solveLeastSquares(framePairs, unknowns, reference, options.maxIterations)) return false;
         // Where it got seeds the next solve even if the refined rounds fail.

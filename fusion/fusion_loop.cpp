@@ -94,9 +94,7 @@ void FusionWorker::processFrame() {
         } else {
             std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
             fusion->retrieveBodies(shared.fusedBodies, bodyRuntimeParameters, lum::CameraIdentifier(), kWorld);
-            for (const lum::CameraIdentifier& camera : subscribedCameras)
-                source().retrieveBodies(shared.cameraBodies[camera], camera);
-            noteCaptures();
+            retrieveCameraBodies();
             watchForDrift();
         }
     }
@@ -155,15 +153,17 @@ void FusionWorker::collectSkeletons() {
     std::map<int, lum::BodyData> frame;
     {
         std::lock_guard<std::mutex> skeletons(shared.skeletonMutex);
-        for (const lum::CameraIdentifier& camera : subscribedCameras)
-            source().retrieveBodies(shared.cameraBodies[camera], camera);
-        noteCaptures();
+        retrieveCameraBodies();
+        // Before any association: one absurd keypoint would make a body match nobody.
+        for (const lum::CameraIdentifier& camera : subscribedCameras) {
+            lum::Bodies& bodies = shared.cameraBodies[camera];
+            if (bodies.is_new) captureGate.screenKeypoints(static_cast<int>(camera.sn), bodies);
+        }
         if (calibration.options.model == SkeletonMulticameraCalibration::Model::Refined) {
             for (const lum::CameraIdentifier& camera : subscribedCameras) {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
                 if (!bodies.is_new) continue;
                 frameAssembler.addBodies(static_cast<int>(camera.sn), bodies);
-                clockAligner.addBodies(static_cast<int>(camera.sn), bodies);
             }
         } else {
             frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
@@ -241,17 +241,19 @@ void FusionWorker::updateClocks() {
     for (const auto& [camera, estimate] : latest.cameras) {
         auto before = clocks.cameras.find(camera);
         const double was = before == clocks.cameras.end() ? 0.0 : before->second.offsetAtS(estimate.anchorNs);
-        if (std::abs(estimate.offsetS - was) > kRetimeS) retimed.push_back(camera);
+        // Only a camera whose bodies made frames can have put anything wrong in them.
+        if (std::abs(estimate.offsetS - was) > kRetimeS && calibration.frames.cameras().count(camera))
+            retimed.push_back(camera);
         frameAssembler.setClock(camera, estimate);
     }
     clocks = latest;
-    if (retimed.empty() || calibration.frames.empty()) return;
+    if (retimed.empty()) return;
     // Frames, pairings and poses found on a wrong clock would hold the solve where they put
     // it (a pose off by a walk's worth of offset pairs nobody through it): start over.
+    associator.clear();
     for (int camera : retimed)
         console::notice() << "Camera " << camera << "'s clock is " << clocks.cameras.at(camera).offsetS
                           << " s off the first camera's: the frames so far are set aside.";
-    associator.clear();
     calibration.frames = calib::FrameStore();
     calibration.state = calib::SolverState();
     calibrationFrames = 0;
@@ -291,7 +293,7 @@ void FusionWorker::watchForDrift() {
     SharedData& shared = SharedData::getInstance();
     // On the pipeline clock, which never steps back as the cameras' capture times may.
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
-    if (now < lastDriftFrameNs + kDriftFrameNs) return;
+    if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
     for (const DriftWarning& warning :
          driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
@@ -304,7 +306,9 @@ void FusionWorker::watchForDrift() {
 // The monitor learns the room anew whenever the poses it runs on change.
 void FusionWorker::restartDriftWatch() {
     std::map<int, Eigen::Vector3d> centres;
+    roomPosed = false;
     for (const lum::FusionConfiguration& configuration : configurations) {
+        if (!(configuration.pose == lum::Transform::identity())) roomPosed = true;
         const lum::Translation t = configuration.pose.getTranslation();
         centres[static_cast<int>(configuration.serial_number)] = Eigen::Vector3d(t.x, t.y, t.z);
     }
@@ -440,11 +444,18 @@ std::vector<int> FusionWorker::watchedCameras() const {
 
 calib::KeypointDrops FusionWorker::droppedKeypoints() const {
     std::lock_guard<std::mutex> lock(workerMutex);
-    return calibration.frames.droppedKeypoints();
+    calib::KeypointDrops drops = calibration.frames.droppedKeypoints();
+    for (const auto& [serial, camera] : captureGate.keypointDrops()) {
+        drops.nonFinite += camera.nonFinite;
+        drops.badCovariance += camera.badCovariance;
+        drops.implausible += camera.implausible;
+    }
+    return drops;
 }
 
 void FusionWorker::resetCalibration() {
     associator.clear();
+    captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.
     calibration.frames = calib::FrameStore();

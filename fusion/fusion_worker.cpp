@@ -7,6 +7,7 @@
 #include <iostream>
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <set>
 #include <thread>
 
@@ -227,16 +228,25 @@ void FusionWorker::waitUntilHidden(const PromptMessage& message) {
 
 // Every handshake waits up to two seconds for a sender that may never answer; one after
 // another, ten absent cameras took twenty seconds and a thousand half an hour. They run
-// side by side, so the whole room waits about as long as its slowest camera.
-std::vector<lum::FUSION_ERROR_CODE> FusionWorker::subscribeAll(const std::set<int>& skipped) {
+// side by side, and none starts after the room's deadline, so a room of any size says
+// which cameras answered within a few seconds.
+std::vector<lum::FUSION_ERROR_CODE> FusionWorker::subscribeAll(const std::set<int>& skipped,
+                                                               std::vector<char>& notAsked) {
     constexpr size_t kParallelHandshakes = 128;
+    const auto deadline = std::chrono::steady_clock::now() + kHandshakeDeadline;
     std::vector<lum::FUSION_ERROR_CODE> results(configurations.size(), lum::FUSION_ERROR_CODE::FAILURE);
+    notAsked.assign(configurations.size(), 0);
     std::atomic<size_t> next{0};
     const std::shared_ptr<lum::Fusion> room = fusion;
     auto subscribeNext = [&] {
         for (size_t i = next++; i < configurations.size(); i = next++) {
             const lum::FusionConfiguration& configuration = configurations[i];
             if (skipped.count(configuration.serial_number) || stopRequested) continue;
+            if (std::chrono::steady_clock::now() > deadline) {
+                results[i] = lum::FUSION_ERROR_CODE::CONNECTION_TIMED_OUT;
+                notAsked[i] = 1;
+                continue;
+            }
             results[i] = room->subscribe(lum::CameraIdentifier(static_cast<uint64_t>(configuration.serial_number)),
                                            configuration.communication_parameters, configuration.pose,
                                            configuration.override_gravity);
@@ -338,7 +348,8 @@ bool FusionWorker::startUp() {
     emit clearData();
 
     QStringList subscribeFailures;
-    const std::vector<lum::FUSION_ERROR_CODE> results = subscribeAll(failed);
+    std::vector<char> notAsked;
+    const std::vector<lum::FUSION_ERROR_CODE> results = subscribeAll(failed, notAsked);
     for (size_t i = 0; i < configurations.size(); ++i) {
         const int serial = configurations[i].serial_number;
         if (failed.count(serial)) continue;
@@ -348,7 +359,11 @@ bool FusionWorker::startUp() {
             std::lock_guard<std::mutex> lock(workerMutex);
             subscribedCameras.push_back(camera);
         } else {
-            console::notice() << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed);
+            if (notAsked[i])
+                console::notice() << "Unable to subscribe to " << serial << ": not asked, the "
+                                  << kHandshakeDeadline.count() << " s the room gives its handshakes had passed";
+            else
+                console::notice() << "Unable to subscribe to " << serial << " . " << lum::toString(subscribed);
             subscribeFailures << QString::number(serial);
         }
     }

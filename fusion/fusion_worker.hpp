@@ -6,6 +6,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@
 #include "core/user_prompts.hpp"
 #include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
+#include "calibration/capture_gate.hpp"
 #include "calibration/clock_aligner.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
@@ -41,6 +43,10 @@ std::string calibrationFileName(const QString& chosen);
 
 // How the fusion of a room is set up: units, axes, and how long it waits for a set.
 lum::InitFusionParameters roomFusionParameters();
+
+// No handshake with a camera starts later than this after the first: cameras not asked by
+// then count as not answering.
+constexpr std::chrono::seconds kHandshakeDeadline{4};
 
 // Said instead of asking for a file name when no solve was usable.
 PromptMessage nothingToSaveMessage();
@@ -116,6 +122,10 @@ public:
     // been seen long enough, with people in view, for "it did not move" to mean anything.
     std::vector<int> watchedCameras() const;
     calib::KeypointDrops droppedKeypoints() const;
+    // Per camera: the keypoints refused at the door, and what else it did wrong this
+    // calibration (its clock, its body counts, its silence); empty when nothing.
+    std::map<int, calib::KeypointDrops> droppedKeypointsByCamera() const;
+    std::string cameraTrouble(int serial) const;
     LoopTiming loopTiming() const;
     void resetLoopTiming();
 
@@ -143,6 +153,9 @@ signals:
     // The run length passed or the played-back recording ended: collecting and recording
     // stopped at that set.
     void runEnded();
+    // A camera misbehaved or recovered: "camera 41003: its clock is 2.00 s ahead of the
+    // others': its captures are held apart", and when, in seconds into the run.
+    void cameraNotice(int serial, QString text, double secondsIntoRun);
 
 protected:
     void run() override;
@@ -150,8 +163,9 @@ protected:
 private:
     bool startUp();
     // Subscribes the fusion to every camera of the room but `skipped`, handshakes side by
-    // side; the result of each, in the order of `configurations`.
-    std::vector<lum::FUSION_ERROR_CODE> subscribeAll(const std::set<int>& skipped);
+    // side; the result of each, in the order of `configurations`. `notAsked` marks the
+    // cameras whose handshake would have started after kHandshakeDeadline.
+    std::vector<lum::FUSION_ERROR_CODE> subscribeAll(const std::set<int>& skipped, std::vector<char>& notAsked);
     void steadyLoop();
     void processFrame();
     void collectSkeletons();
@@ -167,6 +181,8 @@ private:
     BodySource& source();
     // Tells the clock the newest capture among the cameras' bodies just retrieved.
     void noteCaptures();
+    // Every subscribed camera's bodies of this set, through the capture gate.
+    void retrieveCameraBodies();
     void checkRunLength();
 
     std::atomic<bool> running{false};
@@ -205,6 +221,7 @@ private:
     calib::ClockEstimates clocks;
     int64_t lastClockEstimateNs = -1;
     bool discardRunningSolve = false;  // it started before the clocks were known
+    calib::CaptureGate captureGate;
     std::vector<int> savedSerials;
     std::vector<lum::FusionConfiguration> configurations;
     int64_t lastErrorReport = 0;
@@ -213,6 +230,8 @@ private:
 
     CalibrationRunner solver;
     DriftMonitor driftMonitor;
+    // A room whose cameras all stand at the origin has no calibration to drift from.
+    bool roomPosed = false;
     uint64_t lastDriftFrameNs = 0;
     std::atomic<int> calibrationFrames{0};
     std::shared_ptr<UserPrompts> prompts;

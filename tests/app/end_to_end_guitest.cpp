@@ -15,6 +15,7 @@
 #include "app/application.hpp"
 #include "app/calibration_panel.hpp"
 #include "app/mainwindow.hpp"
+#include "pyra_sim/room_clock.hpp"
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
@@ -22,6 +23,9 @@
 #include "workspace/wscreator.hpp"
 
 namespace {
+
+// The walk every camera of the default room must read Good within (156-301 s in our runs).
+constexpr double kWalkLimitS = 420.0;
 
 // The room's cameras relative to the smallest serial: comparable between the truth and a
 // calibration, whatever reference and floor each was expressed in.
@@ -55,6 +59,9 @@ void EndToEndTest::initTestCase() {
     qputenv("PYRA_MODEL_CACHE", scratch.filePath("models").toLocal8Bit());
     qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
     qunsetenv("PYRA_SIM_SCENE");
+    // The room runs as fast as the fusion takes its frames, the same walk on every run, so
+    // the minutes of walking cost seconds and a loaded machine changes nothing.
+    qputenv("PYRA_SIM_CLOCK", "virtual");
     applyLook(*qApp);
 }
 
@@ -85,11 +92,11 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QTest::qWait(1500);
     window.grab().save(screenshotPath("app_room_running.png"));
 
-    // Calibrate until every camera has an honest uncertainty: with the trackers' pull
-    // toward the camera left in the model that is not yet good, and the panel says so.
+    // Calibrate until every camera reads Good, as the README promises.
     QTest::mouseClick(calibrate, Qt::LeftButton);
     QVERIFY(calibrate->isChecked());
     QTRY_COMPARE_WITH_TIMEOUT(calibrate->text(), QString("Finish calibration"), 30000);
+    const uint64_t walkStartNs = pyra_sim::virtualNowNs();
     QVERIFY(!find<QPushButton>(&window, "roomSetupButton")->isEnabled());
     auto* progress = find<QProgressBar>(&window, "progressBar");
     QVERIFY(progress->isVisible());
@@ -99,21 +106,16 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     auto* panel = find<CalibrationPanel>(&window, "report_panel");
     QVERIFY(panel->isVisible());
     QCOMPARE(panel->rowCount(), int(pyra_sim::activeScene().cameras.size()));
-    auto allJudged = [panel] {
-        for (int row = 0; row < panel->rowCount(); ++row) {
-            const CameraReadiness readiness = panel->readinessAt(row);
-            if (readiness != CameraReadiness::Good && readiness != CameraReadiness::Uncertain) return false;
-        }
-        return true;
-    };
     QTRY_VERIFY_WITH_TIMEOUT(panel->readinessAt(0) != CameraReadiness::NoData, 60000);
-    QTest::qWait(1500);
     window.grab().save(screenshotPath("converge_first_solve.png"));
-    QTRY_VERIFY_WITH_TIMEOUT(allJudged(), 150000);
+    // Bounded by the room's own clock, so a busy machine only makes the wait longer.
+    const auto walkedS = [walkStartNs] { return double(pyra_sim::virtualNowNs() - walkStartNs) * 1e-9; };
+    while (!panel->camerasNotGood().empty() && walkedS() < kWalkLimitS) QTest::qWait(20);
+    QVERIFY2(panel->camerasNotGood().empty(), qPrintable(panel->summaryText()));
+    qInfo("every camera Good after %.0f s of walking", walkedS());
     window.grab().save(screenshotPath("app_calibrating.png"));
 
-    // Cameras still Settling are named at Finish; this run saves them anyway.
-    prompts->confirmAnswer = true;
+    // Every camera is Good: Finish asks nothing before the save.
     QTRY_VERIFY(calibrate->isEnabled());
     QTest::mouseClick(calibrate, Qt::LeftButton);
     QTRY_COMPARE_WITH_TIMEOUT(calibrate->text(), QString("Start calibration"), 60000);
@@ -123,7 +125,6 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     // Only the passing note about the body model being prepared; no warning, no error.
     QStringList titles = prompts->titles();
     titles.removeAll("AI model not downloaded or optimized");
-    titles.removeAll("Save cameras that are not Good?");
     QVERIFY2(titles.isEmpty(), qPrintable(titles.join(", ")));
     window.grab().save(screenshotPath("app_calibrated.png"));
 
@@ -137,14 +138,30 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     for (const auto& camera : pyra_sim::activeScene().cameras) truth[int(camera.serial)] = camera.pose;
     for (const auto& camera : saved) calibrated[camera.serial_number] = camera.pose;
     QCOMPARE(calibrated.size(), truth.size());
-    truth = relativeToReference(truth);
-    calibrated = relativeToReference(calibrated);
+    // The level floor: "up" seen from the reference camera, and every camera's height.
+    const Eigen::Vector3d up = Eigen::Vector3d::UnitY();
+    const auto upSeenBy = [&up](const lum::Transform& pose) {
+        return Eigen::Vector3d(synthetic::toIsometry(pose).linear().transpose() * up);
+    };
+    const double tiltDeg = std::acos(std::min(1.0, upSeenBy(truth.begin()->second).dot(
+                                                       upSeenBy(calibrated.begin()->second)))) * 180.0 / M_PI;
+    qInfo("floor tilt %.2f deg", tiltDeg);
+    QVERIFY(tiltDeg < 0.5);
     for (const auto& [serial, truePose] : truth) {
-        const auto [rotationDeg, translationMm] = synthetic::poseError(truePose, calibrated.at(serial));
+        const double heightMm =
+            1000.0 * std::abs(truePose.getTranslation().y - calibrated.at(serial).getTranslation().y);
+        qInfo("camera %d: height error %.1f mm", serial, heightMm);
+        QVERIFY(heightMm < 30.0);
+    }
+    const std::map<int, lum::Transform> trueLayout = relativeToReference(truth);
+    const std::map<int, lum::Transform> foundLayout = relativeToReference(calibrated);
+    for (const auto& [serial, truePose] : trueLayout) {
+        const auto [rotationDeg, translationMm] = synthetic::poseError(truePose, foundLayout.at(serial));
         qInfo("camera %d: rotation error %.3f deg, translation error %.1f mm", serial, rotationDeg, translationMm);
-        // The calibration benchmark's accuracy on this room after 30 s, with some margin.
-        QVERIFY(rotationDeg < 0.6);
-        QVERIFY(translationMm < 80.0);
+        // Good means within 0.3 deg and 10 mm at two sigma; against the reference, whose own
+        // error adds in, a camera at the limit may land a little further.
+        QVERIFY(rotationDeg < 0.3);
+        QVERIFY(translationMm < 15.0);
     }
 }
 

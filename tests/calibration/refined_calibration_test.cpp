@@ -81,10 +81,11 @@ TEST(RefinedCalibration, RecoversPosesAndEveryBiasAndLevelsTheFloor) {
     EXPECT_LT(worst.second, 0.5);
     for (const auto& [camera, bias] : calibration.state.biases) EXPECT_NEAR(bias, 0.04, 1e-3) << camera;
     // The report's residual is what is left after the corrections: with noiseless joints,
-    // nothing, where the same joints seen from two sides lie centimetres apart.
+    // nothing, where the same joints seen from two sides lie apart by the pull, even at the
+    // rigid fits the solve starts from.
     for (const CameraCalibrationReport& camera : makeCalibrationReport(calibration).cameras) {
         EXPECT_LT(camera.rmsAfterMm, 1.0) << camera.camera;
-        EXPECT_GT(camera.rmsBeforeMm, 10.0) << camera.camera;
+        EXPECT_GT(camera.rmsBeforeMm, 5.0) << camera.camera;
     }
 
     // The reference camera looks down at the room, yet the world's y is the true vertical,

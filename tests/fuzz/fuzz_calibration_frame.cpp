@@ -1,11 +1,14 @@
-// libFuzzer driver for frames as the calibration takes them: whatever coordinates and
-// covariances a sender puts on the wire, the calibration keeps only finite, weighted
-// keypoints, and solving and reporting never crash.
+// libFuzzer driver for frames as the calibration takes them: whatever stamps, ids,
+// coordinates and covariances a sender puts on the wire, the way in never crashes, the
+// calibration keeps only finite, weighted keypoints, and solving and reporting never crash.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
+#include "calibration/body_association.hpp"
+#include "calibration/capture_gate.hpp"
+#include "calibration/frame_assembler.hpp"
 #include "calibration/report_json.hpp"
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/skeleton_align.hpp"
@@ -21,11 +24,39 @@ lum::BodyData moved(const lum::BodyData& body, float dx) {
     return copy;
 }
 
+// The way in the fusion worker takes: the gate (stamps, ids, body counts, keypoints), the
+// assembler and the association, with the decoded capture as one camera and a copy a
+// metre aside, stamped a frame later, as another.
+void enterAsTheWorkerDoes(const lum::Bodies& decoded) {
+    calib::CaptureGate gate;
+    calib::BodyAssociator associator;
+    calib::FrameAssembler assembler;
+    assembler.setAssociation([&associator](const calib::BodiesAtInstant& bodies) { return associator.associate(bodies); });
+    for (int f = 0; f < 4; ++f) {
+        lum::Bodies first = decoded, second = decoded;
+        first.is_new = second.is_new = true;
+        first.timestamp = lum::Timestamp(decoded.timestamp.getNanoseconds() + uint64_t(f) * 33000000ULL);
+        second.timestamp = lum::Timestamp(first.timestamp.getNanoseconds() + 1000000ULL);
+        for (lum::BodyData& body : second.body_list) body = moved(body, 1.f);
+        std::map<int, lum::Bodies*> captures{{1, &first}, {2, &second}};
+        gate.screen(captures, int64_t(f) * 33000000);
+        for (auto& [camera, bodies] : captures) {
+            if (!bodies->is_new) continue;
+            gate.screenKeypoints(camera, *bodies);
+            assembler.addBodies(camera, *bodies);
+        }
+        for (const calib::CameraBodies& person : assembler.assemble())
+            if (person.size() < 2) std::abort();
+    }
+    gate.trouble(1);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     pyra::transport::Frame frame;
     if (!pyra::transport::decodeFrame(data, size, frame) || frame.bodies.body_list.empty()) return 0;
+    enterAsTheWorkerDoes(frame.bodies);
     SkeletonMulticameraCalibration classic;
     classic.options.bodyFormat = 0;
     // Crashes hide on the paths, not in convergence: a few iterations per solve walk them

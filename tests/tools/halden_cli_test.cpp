@@ -224,9 +224,22 @@ TEST(HaldenCli, InterruptWhileSubscribingEndsPromptly) {
     EXPECT_EQ(cli.exitCode(), 5);
 }
 
-// Ten senders that never answer: their handshakes wait side by side, so the fusion gives
-// up after about one handshake's time, not ten (twenty seconds).
+// Senders that never answer: their handshakes wait side by side, so the fusion gives up
+// after about one handshake's time, not ten (twenty seconds); and a thousand are not asked
+// in rounds for sixteen seconds, but cut off at the room's deadline, named.
 TEST(HaldenCli, UnreachableCamerasAreAskedSideBySide) {
+    std::vector<lum::FusionConfiguration> crowd(1000);
+    for (size_t i = 0; i < crowd.size(); ++i) {
+        crowd[i].serial_number = 63001 + static_cast<int>(i);
+        crowd[i].communication_parameters.setForLocalNetwork("127.0.0.1", platform_test::testPort(static_cast<int>(i)));
+    }
+    const std::string crowded = inTemporary("thousand.json").toStdString();
+    ASSERT_TRUE(lum::writeConfigurationFile(crowded, crowd, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP, lum::UNIT::METER));
+    const CliRun many = runCli({"calibrate", "--room", QString::fromStdString(crowded), "--output", inTemporary("none")},
+                               12000);
+    EXPECT_EQ(many.status, 4) << many.err;
+    EXPECT_NE(many.err.find("Unable to subscribe to 64000: not asked"), std::string::npos) << many.err.substr(0, 2000);
+
     std::vector<lum::FusionConfiguration> room(10);
     for (size_t i = 0; i < room.size(); ++i) {
         room[i].serial_number = 62001 + static_cast<int>(i);

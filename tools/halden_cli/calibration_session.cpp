@@ -112,6 +112,13 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
     });
     connect(&worker, &FusionWorker::incCalib, this, [this](int value) { percent = value; });
     connect(&worker, &FusionWorker::calibrationReport, this, &CalibrationSession::onReport);
+    // As it happens: a camera gone quiet or held apart at minute 3 is named at minute 3.
+    connect(&worker, &FusionWorker::cameraNotice, this, [this](int, const QString& text, double secondsIntoRun) {
+        progress.close();
+        char when[32];
+        std::snprintf(when, sizeof when, "%.1f", secondsIntoRun);
+        std::cerr << "halden-cli: " << text.toStdString() << " (" << when << " s into the run)" << std::endl;
+    });
     connect(&worker, &FusionWorker::cameraPeople, this,
             [this](const CameraPeopleList& cameras) { people = calib::describe(cameras); });
     // Emitted on this thread from finishCalib(), once the save was attempted.
@@ -156,6 +163,7 @@ void CalibrationSession::onStartFailed() {
 
 void CalibrationSession::onReport(const CalibrationReport& report) {
     ++solves;
+    unplaced = report.unplaced;
     if (report.usable) {
         lastUsable = report;
         lastRmsMm = roomRmsMm(report);
@@ -208,6 +216,8 @@ void CalibrationSession::finish() {
     const calib::KeypointDrops drops = worker.droppedKeypoints();
     const std::string refused =
         drops.total() > 0 ? "; keypoints refused as unusable: " + drops.describe() : std::string();
+    // Before finishCalib: a calibration with nothing to save starts afresh there.
+    const std::map<int, CameraCause> causes = cameraCauses();
     const bool written = worker.finishCalib(SKELETON_CALIB);
     // Solves that landed during finishCalib have been reported by now.
     QCoreApplication::sendPostedEvents(this);
@@ -236,6 +246,11 @@ void CalibrationSession::finish() {
             std::cerr << "halden-cli: nothing to save: no usable calibration from " << frames
                       << " frames; walk where at least two cameras see one person at a time, for longer" << refused
                       << std::endl;
+            for (const auto& [serial, cause] : causes)
+                if (!cause.trouble.empty())
+                    std::cerr << "halden-cli: camera " << serial << ": " << cause.trouble << std::endl;
+            for (const auto& [serial, why] : unplaced)
+                std::cerr << "halden-cli: camera " << serial << " not placed: " << why << std::endl;
             end(kNothingToSave);
         }
         return;
@@ -246,7 +261,7 @@ void CalibrationSession::finish() {
     result.saved = saved;
     out() << "Calibration of " << saved.size() << " cameras written to " << options.output << " (" << frames
           << " frames, " << solves << " solves)" << std::endl;
-    const bool leftOut = reportLeftOut(saved, refused);
+    const bool leftOut = reportLeftOut(saved, causes);
     if (lastUsable) {
         for (const CameraCalibrationReport& camera : lastUsable->cameras) {
             // The verdict and the uncertainty that covers systematic error come first; the
@@ -328,16 +343,37 @@ bool CalibrationSession::allowSave() {
     return !withheld;
 }
 
-bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::string& refused) {
+std::map<int, CalibrationSession::CameraCause> CalibrationSession::cameraCauses() const {
     const std::vector<int> running = worker.runningCameras();
-    bool leftOut = false;
+    const std::map<int, calib::KeypointDrops> drops = worker.droppedKeypointsByCamera();
+    std::map<int, CameraCause> causes;
     for (const lum::FusionConfiguration& camera : room) {
         const int serial = camera.serial_number;
+        CameraCause& cause = causes[serial];
+        cause.running = std::find(running.begin(), running.end(), serial) != running.end();
+        if (!cause.running) continue;
+        cause.trouble = worker.cameraTrouble(serial);
+        auto dropped = drops.find(serial);
+        if (dropped != drops.end() && dropped->second.total() > 0)
+            cause.refused = "; keypoints refused as unusable: " + dropped->second.describe();
+    }
+    return causes;
+}
+
+bool CalibrationSession::reportLeftOut(const std::vector<int>& saved, const std::map<int, CameraCause>& causes) {
+    bool leftOut = false;
+    for (const auto& [serial, cause] : causes) {
         if (std::find(saved.begin(), saved.end(), serial) != saved.end()) continue;
         leftOut = true;
-        const std::string why = std::find(running.begin(), running.end(), serial) == running.end()
-                                    ? "it never opened or subscribed"
-                                    : "it shared no usable keypoint with another camera" + refused;
+        // The camera's own fault, when it made one, is the cause; the pairing is the last guess.
+        const auto waiting = unplaced.find(serial);
+        std::string why = "it never opened or subscribed";
+        if (cause.running && !cause.trouble.empty())
+            why = cause.trouble + cause.refused;
+        else if (cause.running && waiting != unplaced.end())
+            why = "no first pose agreed yet: " + waiting->second + cause.refused;
+        else if (cause.running)
+            why = "it shared no usable keypoint with another camera" + cause.refused;
         std::cerr << "halden-cli: camera " << serial << " left out: " << why << std::endl;
         result.leftOut[serial] = why;
     }

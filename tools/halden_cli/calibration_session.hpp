@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,8 +39,15 @@ private:
     void onReport(const CalibrationReport& report);
     void finish();
     void end(CliStatus status);
+    // What each camera of the room did wrong, as the worker saw it.
+    struct CameraCause {
+        bool running = false;  // opened and subscribed
+        std::string trouble;   // its clock, its body counts, its silence; empty: nothing
+        std::string refused;   // "; keypoints refused as unusable: ..." for this camera alone
+    };
+    std::map<int, CameraCause> cameraCauses() const;
     // Names every camera of the room missing from `saved`, and why; true if any was.
-    bool reportLeftOut(const std::vector<int>& saved, const std::string& refused);
+    bool reportLeftOut(const std::vector<int>& saved, const std::map<int, CameraCause>& causes);
     // The room's cameras whose verdict on the last usable solve is not good, with it.
     std::vector<std::pair<int, CameraAssessment>> notGood() const;
     // Names each saved camera that is not good on standard error; true if any was.
@@ -69,6 +77,7 @@ private:
     // What finishCalib tried to save, kept elsewhere when its file cannot be written.
     std::vector<lum::FusionConfiguration> unsaved;
     std::optional<CalibrationReport> lastUsable;
+    std::map<int, std::string> unplaced;  // of the last solve, usable or not: cameras still without a first pose
     std::optional<double> lastRmsMm;
     std::string people;
     CliResult result;
