@@ -84,6 +84,12 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     peopleLabel_->setWordWrap(true);
     layout->addWidget(peopleLabel_);
 
+    floorLabel_ = new QLabel(this);
+    floorLabel_->setObjectName("report_floor");
+    floorLabel_->setWordWrap(true);
+    floorLabel_->hide();
+    layout->addWidget(floorLabel_);
+
     table_ = new QTableWidget(0, 4, this);
     table_->setObjectName("report_table");
     // Two-line headings: the panel is narrow, and the partners' column gives way first.
@@ -228,6 +234,11 @@ void CalibrationPanel::refresh() {
         table_->setItem(r, 3, state);
     }
     table_->resizeRowsToContents();
+    // The poses are good whatever the floor, but heights are then the reference camera's own.
+    floorLabel_->setVisible(report_.usable && !report_.floorRefused.empty());
+    floorLabel_->setText(tr("<font color=%1>Floor not found: %2.</font>")
+                             .arg(clr::warning.name())
+                             .arg(QString::fromStdString(report_.floorRefused).toHtmlEscaped()));
     if (concluded_) return;
 
     const int total = static_cast<int>(serials.size());

@@ -56,5 +56,6 @@ private:
     QLabel* summary_ = nullptr;
     QLabel* framesLabel_ = nullptr;
     QLabel* peopleLabel_ = nullptr;
+    QLabel* floorLabel_ = nullptr;  // why the world is not levelled, while it is not
     QTableWidget* table_ = nullptr;
 };

@@ -37,6 +37,12 @@ public:
 
     WSCreator* workspaceCreator() const { return wsCreator; }
     FusionWorker& fusionWorker() { return fusion; }
+    // The cameras of the room set up last, live or recorded, as they were set up.
+    const std::vector<lum::FusionConfiguration>& roomCameras() const { return runningRoom; }
+    // A recording of `room` plays in place of live cameras: `start` sets the worker up with
+    // it. Its calibration starts with its first set, so the whole walk counts.
+    void playRecording(std::vector<lum::FusionConfiguration> room, std::function<void()> start);
+    bool playingRecording() const { return playing; }
 
 public slots:
     void updateUI();
@@ -85,6 +91,7 @@ private:
     void replaceRoom(std::function<void()> start);
     void beginCalibration();
     void onCalibrationStarted(int room, bool started);
+    void showCollecting();
     // False when the user chose to keep walking rather than save cameras that are not Good.
     bool agreesToSaveWhatIsNotGood();
     void concludeCalibration();
@@ -128,6 +135,8 @@ private:
     bool roomCalibrated = false;
     // A room was set up and has not been stopped since.
     bool roomOpen = false;
+    // The room set up last is a recording.
+    bool playing = false;
     // Closing was asked while the last solve landed: the window closes after saving.
     bool closeRequested = false;
     // Closing was asked while a calibration was being stored in a hub workspace.

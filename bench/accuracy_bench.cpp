@@ -1,5 +1,7 @@
 // Calibration accuracy against the simulated room's truth: six rooms, 60 s of one person
-// walking, driven by simulated time; the classic model and the refined one step by step.
+// walking recorded on the virtual clock, calibrated from the recording with each model.
+#include <QTemporaryDir>
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -11,16 +13,14 @@
 
 #include <Eigen/Geometry>
 
-#include "calibration/frame_assembler.hpp"
+#include "bench/replayed_walk.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "pyra_sim/scene.hpp"
-#include "testing/pose_error.hpp"
 
 namespace {
 
 using Calibration = SkeletonMulticameraCalibration;
 constexpr double kSeconds = 60.0;
-constexpr double kStart = 1.7e9;  // simulated wall clock, seconds
 
 struct CameraPlan {
     Eigen::Vector3d position, target;
@@ -103,135 +103,42 @@ std::vector<Room> rooms() {
     return out;
 }
 
-// Frames of a walk: every camera's own captures, and every 500 ms one frame of the
-// newest body of each camera (as an unaligned loop pairs them) and one aligned frame.
-struct Walk {
-    calib::Frames unaligned, aligned;
-};
-
-Walk walk(const pyra_sim::Scene& scene) {
-    struct Capture {
-        double t;
-        size_t camera;
-    };
-    std::vector<Capture> captures;
-    for (size_t c = 0; c < scene.cameras.size(); ++c) {
-        const double phase = pyra_sim::cameraPhase(scene, scene.cameras[c]);
-        for (double t = kStart + phase; t < kStart + kSeconds; t += 1.0 / scene.cameras[c].fps) captures.push_back({t, c});
-    }
-    std::sort(captures.begin(), captures.end(), [](const Capture& a, const Capture& b) { return a.t < b.t; });
-    pyra_sim::ObservationOptions options;
-    calib::FrameAssembler assembler;
-    std::map<int, std::pair<double, lum::Bodies>> newest;
-    Walk out;
-    double nextFrame = kStart + 0.5;
-    for (const Capture& capture : captures) {
-        const pyra_sim::CameraSettings& camera = scene.cameras[capture.camera];
-        const lum::Bodies bodies = pyra_sim::observe(scene, camera, uint64_t(capture.t * 1e9), options);
-        assembler.addBodies(int(camera.serial), bodies);
-        newest[int(camera.serial)] = {capture.t, bodies};
-        if (capture.t < nextFrame) continue;
-        const lum::Timestamp ts(uint64_t(capture.t * 1e9));
-        nextFrame += 0.5;
-        std::map<int, lum::BodyData> frame;
-        for (const auto& [serial, seen] : newest)
-            if (capture.t - seen.first < 0.1 && seen.second.body_list.size() == 1) frame[serial] = seen.second.body_list[0];
-        if (frame.size() >= 2) out.unaligned[ts] = frame;
-        const std::vector<calib::CameraBodies> people = assembler.assemble();
-        if (!people.empty()) out.aligned[ts] = people.front();
-    }
-    return out;
-}
-
-struct Figures {
-    double worstDeg = 0, medianDeg = 0, worstMm = 0, medianMm = 0, tiltDeg = 0, heightMm = 0;
-    bool solved = false;
-};
-
-double median(std::vector<double> v) {
-    if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
-Figures measure(const pyra_sim::Scene& scene, const calib::Frames& frames, Calibration::Model model,
-                bool bias, bool floor) {
-    Calibration c;
-    c.options.model = model;
-    c.options.bodyFormat = 0;
-    c.options.refined.estimateBias = bias;
-    c.options.levelFloor = floor;
-    for (const auto& [ts, bodies] : frames) {
-        std::map<int, lum::BodyData> copy = bodies;
-        c.frames.add(ts, copy);
-    }
-    Figures f;
-    f.solved = c.calibrate();
-    if (!f.solved) return f;
-    const int reference = c.state.poses.begin()->first;
-    const Eigen::Isometry3d trueReference = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(reference))->pose);
-    const Eigen::Isometry3d estimatedReference = synthetic::toIsometry(c.state.calibratedPoses.at(reference));
-    // Where the estimated world sits in the room.
-    const Eigen::Isometry3d roomFromWorld = trueReference * estimatedReference.inverse();
-    f.tiltDeg = std::acos(std::clamp((roomFromWorld.linear() * Eigen::Vector3d::UnitY()).y(), -1.0, 1.0)) * 180 / M_PI;
-    std::vector<double> degrees, millimetres;
-    for (const auto& [camera, pose] : c.state.poses) {
-        const Eigen::Isometry3d truth = synthetic::toIsometry(pyra_sim::findCamera(scene, unsigned(camera))->pose);
-        const Eigen::Isometry3d relative = trueReference.inverse() * truth;
-        Eigen::Isometry3d estimated = Eigen::Isometry3d::Identity();
-        estimated.linear() = Eigen::Quaterniond(pose.q[3], pose.q[0], pose.q[1], pose.q[2]).toRotationMatrix();
-        estimated.translation() << pose.t[0], pose.t[1], pose.t[2];
-        const Eigen::Isometry3d error = relative.inverse() * estimated;
-        f.heightMm = std::max(f.heightMm, 1000 * std::abs(synthetic::toIsometry(c.state.calibratedPoses.at(camera)).translation().y() -
-                                                          truth.translation().y()));
-        if (camera == reference) continue;
-        degrees.push_back(Eigen::AngleAxisd(error.linear()).angle() * 180 / M_PI);
-        millimetres.push_back(1000 * (relative.translation() - estimated.translation()).norm());
-    }
-    f.worstDeg = *std::max_element(degrees.begin(), degrees.end());
-    f.worstMm = *std::max_element(millimetres.begin(), millimetres.end());
-    f.medianDeg = median(degrees);
-    f.medianMm = median(millimetres);
-    return f;
-}
-
 std::vector<std::string> table;
 
+std::string folder;
+
+// Each room recorded once, then calibrated from the recording with each model, as a user
+// runs `halden-cli record` and `halden-cli calibrate --replay [--model classic]`.
 void BM_Accuracy(benchmark::State& state) {
     const Room room = rooms()[size_t(state.range(0))];
     const pyra_sim::Scene scene = toScene(room, 7 + uint64_t(state.range(0)));
+    const std::string path = folder + "/room" + std::to_string(state.range(0)) + ".rec";
     for (auto _ : state) {
-        const Walk frames = walk(scene);
-        struct Step {
-            const char* name;
-            const calib::Frames* frames;
-            Calibration::Model model;
-            bool bias, floor;
-        };
-        const Step steps[] = {{"Classic", &frames.unaligned, Calibration::Model::Classic, false, false},
-                              {"Refined, clocks unaligned, no bias, no floor", &frames.unaligned,
-                               Calibration::Model::Refined, false, false},
-                              {"+ clock alignment", &frames.aligned, Calibration::Model::Refined, false, false},
-                              {"+ bias", &frames.aligned, Calibration::Model::Refined, true, false},
-                              {"+ level floor (Refined)", &frames.aligned, Calibration::Model::Refined, true, true}};
-        for (const Step& step : steps) {
-            const Figures f = measure(scene, *step.frames, step.model, step.bias, step.floor);
+        replayed::record(scene, int(kSeconds), path);
+        for (const Calibration::Model model : {Calibration::Model::Classic, Calibration::Model::Refined}) {
+            const replayed::Calibrated calibrated = replayed::calibrate(path, model);
+            const replayed::Errors e = replayed::errorsAgainstTruth(scene, calibrated.poses);
+            const char* name = model == Calibration::Model::Classic ? "Classic" : "Refined";
             char line[400];
-            if (!f.solved)
-                std::snprintf(line, sizeof(line), "| %s | %s | no solution | | | |", room.name.c_str(), step.name);
+            if (calibrated.poses.size() < scene.cameras.size())
+                std::snprintf(line, sizeof(line), "| %s | %s | %zu of %zu cameras placed | | | |", room.name.c_str(),
+                              name, calibrated.poses.size(), scene.cameras.size());
             else
                 std::snprintf(line, sizeof(line), "| %s | %s | %.2f / %.2f | %.1f / %.1f | %.2f | %.0f |",
-                              room.name.c_str(), step.name, f.worstDeg, f.medianDeg, f.worstMm, f.medianMm,
-                              f.tiltDeg, f.heightMm);
+                              room.name.c_str(), name, e.worstRotation(), e.medianRotation(), e.worstPosition(),
+                              e.medianPosition(), e.floorTiltDeg, e.worstHeightMm);
             table.push_back(line);
         }
     }
 }
-BENCHMARK(BM_Accuracy)->DenseRange(0, 5)->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(BM_Accuracy)->DenseRange(0, 5)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    QTemporaryDir scratch;
+    folder = scratch.path().toStdString();
+    replayed::prepareProcess(folder);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     std::printf("\n| room | model | rotation worst / median (deg) | position worst / median (mm) | floor tilt (deg) | "

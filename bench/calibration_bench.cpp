@@ -42,7 +42,6 @@ const Case& prepared(int cameras, int frames, Kind kind) {
     options.everythingVisible = true;
     synthetic::Room room(options);
     Case& made = cases[{cameras, frames, kind}];
-    made.fresh.options.bodyFormat = 0;
     made.fresh.options.solver = kind == kLiteral ? Calibration::Solver::Reference : Calibration::Solver::Fast;
     if (kind == kRefined) made.fresh.options.model = Calibration::Model::Refined;
     room.feed(made.fresh, frames);
@@ -100,7 +99,6 @@ void printAccuracyTable() {
     std::printf("\n| calibrate | walked | frames | solve | per camera: rotation error (deg) / translation error (mm) |\n");
     std::printf("|---|---|---|---|---|\n");
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     const uint64_t start = 1700000000ull * 1000000000ull;
     int calls = 0;
     for (int step = 1; step <= 240; ++step) {

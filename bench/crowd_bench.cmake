@@ -1,2 +1,4 @@
-# The crowd benchmark associates and solves with halden_calibration on the simulated room of halden_pyra.
-target_link_libraries(crowd_bench PRIVATE halden_calibration)
+# The crowd benchmark associates with halden_calibration, and records scenes of the simulated
+# room and calibrates the recordings through the fusion worker, as halden-cli does.
+target_sources(crowd_bench PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/replayed_walk.cpp)
+target_link_libraries(crowd_bench PRIVATE halden_calibration halden_fusion halden_recording halden_workspace)

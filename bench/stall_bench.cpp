@@ -93,7 +93,6 @@ void BM_InlineSolve(benchmark::State& state) {
     const SkeletonMulticameraCalibration store = synthetic::syntheticStore(defaultRoom(), kFrames, 0.01, 7);
     for (auto _ : state) {
         SkeletonMulticameraCalibration copy = store;
-        copy.options.bodyFormat = 0;
         copy.options.model = SkeletonMulticameraCalibration::Model::Refined;
         benchmark::DoNotOptimize(copy.calibrate());
     }

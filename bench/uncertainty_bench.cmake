@@ -1,2 +1,4 @@
-# The uncertainty benchmark calibrates with halden_calibration on the simulated rooms of halden_pyra.
-target_link_libraries(uncertainty_bench PRIVATE halden_calibration)
+# The uncertainty benchmark records scenes of the simulated room and calibrates the
+# recordings through the fusion worker, as halden-cli does.
+target_sources(uncertainty_bench PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/replayed_walk.cpp)
+target_link_libraries(uncertainty_bench PRIVATE halden_calibration halden_fusion halden_recording halden_workspace)

@@ -22,9 +22,10 @@ Eigen::Isometry3d toIsometry(const lum::Transform& t) {
     return out;
 }
 
-// The joints both bodies report, as matching columns.
+// The joints both bodies report, as matching columns. Bodies of two layouts share none: the
+// same index names another joint in each.
 int sharedJoints(const lum::BodyData& a, const lum::BodyData& b, Eigen::Matrix3Xd& pa, Eigen::Matrix3Xd& pb) {
-    const size_t n = std::min(a.keypoint.size(), b.keypoint.size());
+    const size_t n = a.keypoint.size() == b.keypoint.size() ? a.keypoint.size() : 0;
     pa.resize(3, Eigen::Index(n));
     pb.resize(3, Eigen::Index(n));
     int count = 0;

@@ -1,5 +1,5 @@
-// How a skeleton calibration solves: the model, the solver, its limits and the body
-// layout. Set by its owner; a solve only reads it.
+// How a skeleton calibration solves: the model, the solver and its limits (the body layout
+// comes with the bodies). Set by its owner; a solve only reads it.
 #pragma once
 
 #include "calibration/pose_consensus.hpp"
@@ -24,7 +24,6 @@ struct CalibrationOptions {
     // the default; a caller that only needs the paths walked, not converged, lowers it.
     int maxIterations = 50;
     bool levelFloor = true;  // Refined: level world frame (else the reference camera's own)
-    int bodyFormat = -1;     // -1: unknown, no floor
 };
 
 }  // namespace calib

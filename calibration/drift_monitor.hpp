@@ -24,7 +24,16 @@ struct DriftSettings {
     // A camera is named once it has stayed over the line for a whole window: then the
     // window holds only what it sees since it moved, and the figures are its own.
     int minimumJoints = 150;  // joint pairs a camera needs in the window to be judged
+    // Which body is whom is told in the room frame: two cameras' bodies are one person when
+    // their joints lie this close on average (metres) and every other body of either camera
+    // is clearly further. Wide enough for a knocked camera's bodies to stay paired (2 degrees
+    // move joints four metres away by 14 cm), so that it can still be judged.
+    double pairGateM = 0.5;
+    double pairMarginM = 0.3;
 };
+
+// Every camera's bodies at one instant, in the room frame (mapped through the calibration).
+using RoomBodies = std::map<int, std::vector<lum::BodyData>>;
 
 struct DriftChange {
     double rotationDeg = 0;   // how far it turned since it settled
@@ -45,10 +54,10 @@ public:
     // a camera without one has its shift measured where its joints are.
     explicit DriftMonitor(std::map<int, Eigen::Vector3d> cameraCentres = {}, DriftSettings settings = DriftSettings());
 
-    // One frame in the room frame: the body of every camera that sees exactly one person,
-    // mapped through the calibration. Returns the warnings this frame raised (each camera
-    // warns once until reset()).
-    std::vector<DriftWarning> addFrame(uint64_t timestampNs, const std::map<int, lum::BodyData>& roomBodies);
+    // One instant: every body each camera sees. Only bodies that the calibration puts on one
+    // person are compared. Returns the warnings this instant raised (each camera warns once
+    // until reset()).
+    std::vector<DriftWarning> addFrame(uint64_t timestampNs, const RoomBodies& roomBodies);
     // Forgets what it learned: after a new calibration, the room settles anew.
     void reset();
 
@@ -56,10 +65,12 @@ public:
     std::map<int, DriftChange> latestChange() const { return latest_; }
 
 private:
+    using Person = std::map<int, std::vector<Eigen::Vector3d>>;  // camera to its joints, NaN where not seen
     struct Frame {
         uint64_t timestampNs;
-        std::map<int, std::vector<Eigen::Vector3d>> joints;  // NaN where not seen
+        std::vector<Person> people;  // each seen by two cameras or more
     };
+    std::vector<Person> peopleOf(const RoomBodies& roomBodies) const;
     void evaluate(uint64_t nowNs, std::vector<DriftWarning>& warnings);
     // The rigid motion taking the camera's joints onto the others', and where its joints are.
     std::optional<std::pair<Eigen::Isometry3d, Eigen::Vector3d>> alignment(int camera) const;

@@ -9,6 +9,8 @@
 
 #include <Eigen/Eigenvalues>
 
+#include "calibration/body_layout.hpp"
+
 namespace calib {
 
 namespace {
@@ -34,27 +36,20 @@ double narrowestSpread(const std::vector<Eigen::Vector3d>& points, const Eigen::
     return std::sqrt(std::max(0.0, eigen.eigenvalues()[1]));
 }
 
-struct LayoutJoints {
-    int leftAnkle = -1, rightAnkle = -1, neck = -1;
-};
+using Role = int (*)(const BodyLayout&);
 
-LayoutJoints layoutJoints(int bodyFormat) {
-    switch (bodyFormat) {
-    case 0: return {13, 10, 1};
-    case 1: return {20, 24, 3};
-    case 2: return {22, 23, 4};
-    default: return {};
-    }
-}
-
-// A joint of one frame in the reference frame, averaged over the cameras that see it.
-bool fusedJoint(const std::map<int, lum::BodyData>& bodies, const std::map<int, CameraUnknowns>& cameras, int k,
+// A joint of one frame in the reference frame, averaged over the cameras that see it; each
+// camera's body is read in the layout it was sent in.
+bool fusedJoint(const std::map<int, lum::BodyData>& bodies, const std::map<int, CameraUnknowns>& cameras, Role role,
                 Eigen::Vector3d& out) {
     Eigen::Vector3d sum = Eigen::Vector3d::Zero();
     int count = 0;
     for (const auto& [camera, body] : bodies) {
         auto unknowns = cameras.find(camera);
-        if (unknowns == cameras.end() || k < 0 || size_t(k) >= body.keypoint.size()) continue;
+        const BodyLayout* layout = layoutOf(body);
+        if (unknowns == cameras.end() || !layout) continue;
+        const int k = role(*layout);
+        if (k < 0) continue;
         const lum::Vector3f& p = body.keypoint[size_t(k)];
         const Eigen::Vector3d local(p.x, p.y, p.z);
         if (!local.allFinite() || local.norm() < 1e-6) continue;
@@ -67,6 +62,10 @@ bool fusedJoint(const std::map<int, lum::BodyData>& bodies, const std::map<int, 
     out = sum / count;
     return true;
 }
+
+int leftAnkleOf(const BodyLayout& layout) { return layout.ankles[0]; }
+int rightAnkleOf(const BodyLayout& layout) { return layout.ankles[1]; }
+int neckOf(const BodyLayout& layout) { return layout.neck; }
 
 // Least-squares plane through points (normal oriented along `up`), refitted without the
 // points further than three robust standard deviations from it.
@@ -104,11 +103,10 @@ bool fitPlane(std::vector<Eigen::Vector3d> points, const Eigen::Vector3d& up, Ei
 }  // namespace
 
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
-                    int bodyFormat, double ankleHeight) {
+                    double ankleHeight) {
     FloorFit fit;
-    const LayoutJoints joints = layoutJoints(bodyFormat);
     auto referenceUnknowns = cameras.find(reference);
-    if (joints.neck < 0 || referenceUnknowns == cameras.end()) return fit;
+    if (referenceUnknowns == cameras.end()) return fit;
 
     struct Sample {
         Eigen::Vector3d left, right;
@@ -118,8 +116,8 @@ FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& c
     for (const auto& [ts, bodies] : frames) {
         Sample s;
         Eigen::Vector3d neck;
-        if (!fusedJoint(bodies, cameras, joints.leftAnkle, s.left) ||
-            !fusedJoint(bodies, cameras, joints.rightAnkle, s.right) || !fusedJoint(bodies, cameras, joints.neck, neck))
+        if (!fusedJoint(bodies, cameras, leftAnkleOf, s.left) || !fusedJoint(bodies, cameras, rightAnkleOf, s.right) ||
+            !fusedJoint(bodies, cameras, neckOf, neck))
             continue;
         // People stand upright: over a walk, ankles to neck averages to the vertical.
         up += (neck - 0.5 * (s.left + s.right)).normalized();

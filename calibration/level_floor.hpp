@@ -22,9 +22,10 @@ struct FloorFit {
 
 // World y = the floor's normal, pointing up (the way people stand); floor at y = 0;
 // origin below the reference camera; world -z = the reference camera's viewing direction
-// laid on the floor. Not found with fewer than 20 frames that show feet and neck, nor
+// laid on the floor. Not found with fewer than 20 frames that show ankles and neck, nor
 // (refused, saying why) when the planted feet do not span a plane: one spot, one line.
+// Each body's ankles and neck are those of the layout it was sent in.
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
-                    int bodyFormat, double ankleHeight);
+                    double ankleHeight);
 
 }  // namespace calib

@@ -71,6 +71,8 @@ std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped) {
         for (auto a = bodies.begin(); a != bodies.end(); ++a, ++indexA) {
             size_t indexB = indexA + 1;
             for (auto b = std::next(a); b != bodies.end(); ++b, ++indexB) {
+                // The same index names another joint in another layout.
+                if (a->second.keypoint.size() != b->second.keypoint.size()) continue;
                 FramePair pair;
                 pair.cameraA = a->first;
                 pair.cameraB = b->first;

@@ -3,12 +3,14 @@
 #include "calibration/skeleton_align.hpp"
 
 #include <algorithm>
+#include <array>
 #include <set>
 #include <chrono>
 #include <vector>
 
 #include <Eigen/Geometry>
 
+#include "calibration/body_layout.hpp"
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/level_floor.hpp"
 #include "calibration/pair_solver.hpp"
@@ -24,19 +26,20 @@ constexpr int kThreads = 2;
 // Enough floor points and up samples before the floor height is trusted.
 constexpr size_t kMinimumFloorSamples = 21;
 
+// Classic stands its floor on the heels where they are among the keypoints it solves with
+// (the 38-keypoint layout), on the ankles otherwise, and takes "up" from the pelvis (the
+// left hip where the layout has no pelvis) to the neck.
 struct FloorKeypoints {
-    std::vector<int> feet;
+    std::array<int, 2> feet{-1, -1};
     int upFrom = -1;
     int upTo = -1;
 };
 
-FloorKeypoints floorKeypoints(int bodyFormat) {
-    switch (bodyFormat) {
-    case 0: return {{13, 10}, 11, 1};
-    case 1: return {{20, 24}, 0, 3};
-    case 2: return {{28, 29}, 0, 4};
-    default: return {};
-    }
+FloorKeypoints floorKeypoints(const lum::BodyData& body) {
+    const calib::BodyLayout* layout = calib::layoutOf(body);
+    if (!layout) return {};
+    const bool heels = layout->heels[0] >= 0 && std::max(layout->heels[0], layout->heels[1]) < calib::kMaxKeypoints;
+    return {heels ? layout->heels : layout->ankles, layout->pelvis >= 0 ? layout->pelvis : layout->hips[0], layout->neck};
 }
 
 lum::Transform toTransform(const SkeletonMulticameraCalibration::PoseStruct& pose) {
@@ -80,7 +83,7 @@ calib::PoseStruct poseOf(const Eigen::Isometry3d& isometry) {
 using WorldJoints = decltype(calib::SolverState::worldJoints);
 
 // The stored frames with the joints Classic's floor steps carried into the world.
-calib::Frames withWorldJoints(const calib::Frames& frames, const WorldJoints& world, const FloorKeypoints& up) {
+calib::Frames withWorldJoints(const calib::Frames& frames, const WorldJoints& world) {
     calib::Frames rewritten = frames;
     for (const auto& [ts, cameras] : world) {
         auto frame = rewritten.find(ts);
@@ -88,6 +91,7 @@ calib::Frames withWorldJoints(const calib::Frames& frames, const WorldJoints& wo
         for (const auto& [camera, joints] : cameras) {
             auto body = frame->second.find(camera);
             if (body == frame->second.end()) continue;
+            const FloorKeypoints up = floorKeypoints(body->second);
             std::vector<lum::Vector3f>& keypoint = body->second.keypoint;
             const size_t from = size_t(up.upFrom), to = size_t(up.upTo);
             if (up.upFrom < 0 || up.upTo < 0 || std::max(from, to) >= keypoint.size()) continue;
@@ -115,7 +119,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     // Earlier floor steps carried some joints into the world; this solve reads them so.
     calib::Frames rewrittenFrames;
     if (!state.worldJoints.empty())
-        rewrittenFrames = withWorldJoints(frames.all(), state.worldJoints, floorKeypoints(options.bodyFormat));
+        rewrittenFrames = withWorldJoints(frames.all(), state.worldJoints);
     const calib::Frames& seen = state.worldJoints.empty() ? frames.all() : rewrittenFrames;
 
     auto record = std::make_shared<calib::SolveRecord>();
@@ -133,8 +137,11 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     record->robust = robust;
     record->frames = int(frames.size());
     record->residualBlocks = residualBlocks;
-    const FloorKeypoints rewritten = floorKeypoints(options.bodyFormat);
-    record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
+    // A room sends one layout; the first body tells which.
+    if (!seen.empty() && !seen.begin()->second.empty()) {
+        const FloorKeypoints rewritten = floorKeypoints(seen.begin()->second.begin()->second);
+        record->rewrittenJoints = {rewritten.upFrom, rewritten.upTo};
+    }
 
     ceres::Solver::Options solverOptions = getSolverOptions(options.maxIterations);
     std::unique_ptr<calib::PairProblem> fast;
@@ -179,12 +186,12 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     std::map<int, lum::Transform> transforms;
     for (int camera : frames.cameras()) transforms[camera] = toTransform(poses[camera]);
 
-    const FloorKeypoints keypoints = floorKeypoints(options.bodyFormat);
     std::vector<lum::Vector3f> floor;
     size_t upSamples = 0;
     for (const auto& [ts, bodies] : seen) {
         for (const auto& [camera, body] : bodies) {
             const lum::Transform& transform = transforms[camera];
+            const FloorKeypoints keypoints = floorKeypoints(body);
             for (int foot : keypoints.feet)
                 if (hasKeypoint(body, foot)) floor.push_back(transform * body.keypoint[foot]);
             if (!hasKeypoint(body, keypoints.upFrom) || !hasKeypoint(body, keypoints.upTo)) continue;
@@ -295,7 +302,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     Eigen::Isometry3d world = Eigen::Isometry3d::Identity();
     if (options.levelFloor) {
         const calib::FloorFit floor =
-            calib::levelFloor(frames.all(), unknowns, reference, options.bodyFormat, options.refined.ankleHeight);
+            calib::levelFloor(frames.all(), unknowns, reference, options.refined.ankleHeight);
         if (floor.found) world = floor.worldFromReference;
         record->floorRefused = floor.refused;
     }

@@ -119,6 +119,9 @@ void FusionWorker::processFrame() {
         std::lock_guard<std::mutex> metrics(shared.metricsMutex);
         fusion->getProcessMetrics(shared.metrics);
     }
+    // After this set's bodies were read: the live source forgets what its old sink took.
+    if (captureSinkChanged && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
+    captureSinkChanged = false;
     checkRunLength();
     emit newData();
 }
@@ -295,8 +298,14 @@ void FusionWorker::watchForDrift() {
     const uint64_t now = static_cast<uint64_t>(clock->nowNs());
     if (!roomPosed || now < lastDriftFrameNs + kDriftFrameNs) return;
     lastDriftFrameNs = now;
-    for (const DriftWarning& warning :
-         driftMonitor.addFrame(now, singlePersonFrame(subscribedCameras, shared.cameraBodies))) {
+    // Every body: the monitor tells people apart through the calibration itself.
+    RoomBodies seen;
+    for (const lum::CameraIdentifier& camera : subscribedCameras) {
+        auto found = shared.cameraBodies.find(camera);
+        if (found != shared.cameraBodies.end() && found->second.is_new)
+            seen[static_cast<int>(camera.sn)] = found->second.body_list;
+    }
+    for (const DriftWarning& warning : driftMonitor.addFrame(now, seen)) {
         console::trace() << "CAMERA " << warning.camera << " MOVED about " << warning.rotationDeg << " deg, "
                          << warning.jointShiftMm << " mm";
         emit cameraMoved(warning.camera, warning.rotationDeg, warning.jointShiftMm);
@@ -363,7 +372,9 @@ int FusionWorker::startCalib(CALIB kind) {
     lastClockEstimateNs = -1;
     discardRunningSolve = false;
     restartDriftWatch();
-    calibration.options.bodyFormat = 0;
+    // The fusion runs on the reset poses now, whatever the room file said: should this walk
+    // give nothing usable, the room goes on uncalibrated.
+    roomPosed = false;
     collecting = true;
     console::trace() << "START CALIB SK";
     return 0;

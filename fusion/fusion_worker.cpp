@@ -106,6 +106,7 @@ int64_t FusionWorker::pipelineNowNs() const {
 void FusionWorker::setCaptureSink(CaptureSink sink) {
     std::lock_guard<std::mutex> lock(workerMutex);
     captureSink = std::move(sink);
+    captureSinkChanged = true;
 }
 
 void FusionWorker::setCalibrateOnStart(bool calibrate) {
@@ -392,6 +393,7 @@ bool FusionWorker::startUp() {
     {
         std::lock_guard<std::mutex> lock(workerMutex);
         liveSource->setSink(captureSink, subscribedCameras);
+        captureSinkChanged = false;
     }
     return !stopRequested;
 }

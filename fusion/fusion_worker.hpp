@@ -78,8 +78,9 @@ public:
     // The time of the clock the pacing, solves and run length read: the live room's
     // (makeLivePipelineClock), or a replay's capture times.
     int64_t pipelineNowNs() const;
-    // Every capture of a live room goes to `sink` (a recorder) from the start, until the
-    // run length passes. Set before setup.
+    // Every capture of a live room goes to `sink` (a recorder) until the run length passes
+    // or another sink (or none) replaces it: from the start when set before setup, else
+    // from the next set on. The worker's thread may still call the sink it replaces once.
     void setCaptureSink(CaptureSink sink);
     // Starts the skeleton calibration on the worker's thread before the first set, instead
     // of whenever a startCalib() call comes in. Set before setup.
@@ -193,6 +194,7 @@ private:
     std::unique_ptr<BodySource> replaySource;  // set: a recording plays instead of the room
     std::shared_ptr<PipelineClock> clock;
     CaptureSink captureSink;
+    bool captureSinkChanged = false;  // set beside a running room; the loop hands it over
     int64_t runLengthNs = 0;
     int64_t runStartNs = -1;  // pipeline time of the first set after the length was set
     bool awaitSolve = false;  // worker thread only

@@ -3,12 +3,21 @@
 #include "fusion/recorded_source.hpp"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 
 // Entries of one set are written together, so a few sets' worth of read-ahead per camera
 // restores capture order.
 constexpr size_t kReadAheadPerCamera = 16;
+// Short enough that a worker told to stop notices at once.
+constexpr int64_t kLongestPaceWaitNs = 20000000;
+
+int64_t steadyNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 }  // namespace
 
@@ -59,6 +68,19 @@ void RecordedBodySource::makeSet() {
     for (auto& [id, camera] : cameras_) camera.newSinceSet = false;
 }
 
+bool RecordedBodySource::due(uint64_t captureNs) {
+    if (firstCaptureNs_ == 0) {
+        firstCaptureNs_ = captureNs;
+        firstSteadyNs_ = steadyNs();
+    }
+    if (captureNs <= firstCaptureNs_) return true;
+    const int64_t dueNs = firstSteadyNs_ + static_cast<int64_t>(captureNs - firstCaptureNs_);
+    const int64_t early = dueNs - steadyNs();
+    if (early <= 0) return true;
+    std::this_thread::sleep_for(std::chrono::nanoseconds(std::min(early, kLongestPaceWaitNs)));
+    return steadyNs() >= dueNs;
+}
+
 lum::FUSION_ERROR_CODE RecordedBodySource::process() {
     for (auto& [id, camera] : cameras_)
         if (camera.posePending) {
@@ -79,6 +101,7 @@ lum::FUSION_ERROR_CODE RecordedBodySource::process() {
         }
         auto next = pending_.begin();
         const uint64_t captureNs = next->first.first;
+        if (recordedPace_ && !due(captureNs)) return lum::FUSION_ERROR_CODE::NO_NEW_DATA_AVAILABLE;
         if (setReady(captureNs)) {
             makeSet();
             return lum::FUSION_ERROR_CODE::SUCCESS;

@@ -21,6 +21,10 @@ public:
     void updatePose(lum::CameraIdentifier camera, const lum::Transform& pose) override;
     bool ended() const override { return ended_; }
 
+    // Plays at the pace it was recorded, each capture no earlier on the steady clock than its
+    // time after the first, instead of as fast as the worker asks. Set before playing.
+    void setRecordedPace(bool recordedPace) { recordedPace_ = recordedPace; }
+
     // After the end: whether the file was cut short or damaged, and where.
     bool truncated() const { return reader_->truncated(); }
     const std::string& problem() const { return reader_->problem(); }
@@ -43,6 +47,8 @@ private:
     bool present(const Camera& camera, uint64_t now) const;
     bool setReady(uint64_t now) const;
     void makeSet();
+    // Recorded pace: whether the capture at `captureNs` is due yet; waits a little for it.
+    bool due(uint64_t captureNs);
 
     std::unique_ptr<rec::RecordingReader> reader_;
     lum::SynchronizationParameter synchronisation_;
@@ -51,4 +57,7 @@ private:
     bool readerDone_ = false;
     bool ended_ = false;
     uint64_t captures_ = 0;
+    bool recordedPace_ = false;
+    uint64_t firstCaptureNs_ = 0;
+    int64_t firstSteadyNs_ = 0;
 };

@@ -34,6 +34,7 @@ struct Result {
     std::map<int, int> cameraFrames;      // frames each camera took part in
     std::map<int, double> rotationDeg;    // per camera, against the truth, relative to the reference
     std::map<int, double> translationMm;
+    std::map<int, double> heightErrorMm;  // per camera, height above the floor found minus the true one
     std::set<int> personsOfFirst;         // numbers of person 0's frames after 30 s
     bool calibrated = false;
 
@@ -54,7 +55,6 @@ inline Result run(const Options& options) {
     pyra_sim::ObservationOptions observation;
     calib::BodyAssociator associator;
     SkeletonMulticameraCalibration calibration;
-    calibration.options.bodyFormat = 0;
     calibration.options.model = options.model;
     Result result;
     const uint64_t start = 1700000000ull * 1000000000ull;
@@ -125,6 +125,8 @@ inline Result run(const Options& options) {
         const lum::Transform error = lum::Transform::inverse(trueToReference * truth.at(camera)) * (toReference * pose);
         result.rotationDeg[camera] = error.getRotationVector().norm() * 180.0 / M_PI;
         result.translationMm[camera] = error.getTranslation().norm() * 1e3;
+        // The simulated floor is y = 0; a level world puts it there too, whatever its yaw.
+        result.heightErrorMm[camera] = (pose.getTranslation().y - truth.at(camera).getTranslation().y) * 1e3;
     }
     return result;
 }

@@ -15,10 +15,10 @@ namespace simwalk {
 constexpr uint64_t kStartNs = 1700000000ull * 1000000000ull;
 constexpr uint64_t kStepNs = 500000000ull;  // the worker takes a frame every 500 ms
 
-// The latest frame of every camera at `nowNs`, in its own frame, kept where the camera
-// sees exactly one person. Cameras count as opened at kStartNs (knocks count from there).
-inline std::map<int, lum::BodyData> frameAt(const pyra_sim::Scene& scene, uint64_t nowNs) {
-    std::map<int, lum::BodyData> frame;
+// Every body each camera sees in its latest frame at `nowNs`, in its own frame. Cameras
+// count as opened at kStartNs (knocks count from there).
+inline std::map<int, std::vector<lum::BodyData>> bodiesAt(const pyra_sim::Scene& scene, uint64_t nowNs) {
+    std::map<int, std::vector<lum::BodyData>> seen;
     pyra_sim::ObservationOptions observation;
     for (const pyra_sim::CameraSettings& settings : scene.cameras) {
         const double period = 1.0 / settings.fps;
@@ -26,9 +26,16 @@ inline std::map<int, lum::BodyData> frameAt(const pyra_sim::Scene& scene, uint64
         const double seconds = double(nowNs) * 1e-9;
         const double frameTime = phase + std::floor((seconds - phase) / period) * period;
         const pyra_sim::CameraSettings camera = pyra_sim::cameraAt(settings, frameTime - double(kStartNs) * 1e-9);
-        const lum::Bodies bodies = pyra_sim::observe(scene, camera, uint64_t(frameTime * 1e9), observation);
-        if (bodies.body_list.size() == 1) frame[int(camera.serial)] = bodies.body_list.front();
+        seen[int(camera.serial)] = pyra_sim::observe(scene, camera, uint64_t(frameTime * 1e9), observation).body_list;
     }
+    return seen;
+}
+
+// The same, kept where the camera sees exactly one person.
+inline std::map<int, lum::BodyData> frameAt(const pyra_sim::Scene& scene, uint64_t nowNs) {
+    std::map<int, lum::BodyData> frame;
+    for (const auto& [camera, bodies] : bodiesAt(scene, nowNs))
+        if (bodies.size() == 1) frame[camera] = bodies.front();
     return frame;
 }
 
@@ -41,7 +48,6 @@ struct Walk {
 inline Walk calibrateWalk(const pyra_sim::Scene& scene, double seconds,
                           SkeletonMulticameraCalibration::Model model = SkeletonMulticameraCalibration::Model::Classic) {
     Walk walk;
-    walk.store.options.bodyFormat = 0;
     walk.store.options.model = model;
     const int steps = int(seconds * 2.0);
     for (int step = 1; step <= steps; ++step) {

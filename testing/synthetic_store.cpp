@@ -20,7 +20,6 @@ SkeletonMulticameraCalibration syntheticStore(const std::map<int, lum::Transform
     std::normal_distribution<float> jitter(0.f, static_cast<float>(noise));
 
     SkeletonMulticameraCalibration store;
-    store.options.bodyFormat = 0;
     const float variance = static_cast<float>(std::max(noise * noise, 1e-8));
     const uint64_t end = static_cast<uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())

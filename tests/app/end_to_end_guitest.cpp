@@ -78,7 +78,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QVERIFY(creator->isVisible());
     find<QTabWidget>(creator, "source_tabs")->setCurrentWidget(find<QWidget>(creator, "usb_page"));
     find<QPushButton>(creator, "usb_discover_button")->click();
-    window.grab().save(screenshotPath("app_room_setup_usb.png"));
+    windowPicture(window).save(screenshotPath("app_room_setup_usb.png"));
     find<QToolButton>(creator, "create_toolButton")->click();
     QVERIFY(!creator->isVisible());
 
@@ -90,7 +90,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QTRY_COMPARE_WITH_TIMEOUT(find<QLabel>(&window, "fusion_error")->text(),
                               QString("<font color=green>SUCCESS</font>"), 20000);
     QTest::qWait(1500);
-    window.grab().save(screenshotPath("app_room_running.png"));
+    windowPicture(window).save(screenshotPath("app_room_running.png"));
 
     // Calibrate until every camera reads Good, as the README promises.
     QTest::mouseClick(calibrate, Qt::LeftButton);
@@ -101,19 +101,20 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     auto* progress = find<QProgressBar>(&window, "progressBar");
     QVERIFY(progress->isVisible());
     QTRY_VERIFY_WITH_TIMEOUT(progress->value() > 0, 30000);
-    window.grab().save(screenshotPath("converge_start.png"));
+    windowPicture(window).save(screenshotPath("converge_start.png"));
 
     auto* panel = find<CalibrationPanel>(&window, "report_panel");
     QVERIFY(panel->isVisible());
     QCOMPARE(panel->rowCount(), int(pyra_sim::activeScene().cameras.size()));
     QTRY_VERIFY_WITH_TIMEOUT(panel->readinessAt(0) != CameraReadiness::NoData, 60000);
-    window.grab().save(screenshotPath("converge_first_solve.png"));
+    windowPicture(window).save(screenshotPath("converge_first_solve.png"));
     // Bounded by the room's own clock, so a busy machine only makes the wait longer.
     const auto walkedS = [walkStartNs] { return double(pyra_sim::virtualNowNs() - walkStartNs) * 1e-9; };
     while (!panel->camerasNotGood().empty() && walkedS() < kWalkLimitS) QTest::qWait(20);
     QVERIFY2(panel->camerasNotGood().empty(), qPrintable(panel->summaryText()));
     qInfo("every camera Good after %.0f s of walking", walkedS());
-    window.grab().save(screenshotPath("app_calibrating.png"));
+    windowPicture(window).save(screenshotPath("app_calibrating.png"));
+    windowPicture(window).save(screenshotPath("converge_settled.png"));
 
     // Every camera is Good: Finish asks nothing before the save.
     QTRY_VERIFY(calibrate->isEnabled());
@@ -126,7 +127,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     QStringList titles = prompts->titles();
     titles.removeAll("AI model not downloaded or optimized");
     QVERIFY2(titles.isEmpty(), qPrintable(titles.join(", ")));
-    window.grab().save(screenshotPath("app_calibrated.png"));
+    windowPicture(window).save(screenshotPath("app_calibrated.png"));
 
     // The saved poses against the truth.
     std::string error;

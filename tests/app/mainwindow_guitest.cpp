@@ -102,7 +102,7 @@ void MainWindowTest::withoutRoomNothingCanBeCalibrated() {
     QVERIFY(!find<QProgressBar>("progressBar")->isVisible());
     QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("first_screen"));
     QVERIFY(!find<WaitingSpinnerWidget>("spinner")->isSpinning());
-    window->grab().save(screenshotPath("app_first_screen.png"));
+    windowPicture(*window).save(screenshotPath("app_first_screen.png"));
 }
 
 void MainWindowTest::statusTextIsGreenOnlyForExactSuccess() {
@@ -120,7 +120,7 @@ void MainWindowTest::roomSetupCoversTheWindowUntilClosed() {
     QVERIFY(creator->isVisible());
     QVERIFY(!find<QWidget>("centralwidget")->isVisible());
     QCOMPARE(creator->geometry(), window->rect());
-    window->grab().save(screenshotPath("app_room_setup.png"));
+    windowPicture(*window).save(screenshotPath("app_room_setup.png"));
 
     window->resize(window->width() + 40, window->height() + 20);
     QTRY_COMPARE(creator->size(), window->size());
@@ -139,7 +139,7 @@ void MainWindowTest::roomThatFailsToStartKeepsTheSpinnerTurning() {
     auto* spinner = find<WaitingSpinnerWidget>("spinner");
     QVERIFY(spinner->isSpinning());
     QCOMPARE(find<QStackedWidget>("view_stack")->currentWidget()->objectName(), QString("viewer_page"));
-    window->grab().save(screenshotPath("app_room_starting.png"));
+    windowPicture(*window).save(screenshotPath("app_room_starting.png"));
 
     QTRY_VERIFY_WITH_TIMEOUT(prompts->titles().contains("Only ONE opened camera"), 30000);
     QTRY_VERIFY_WITH_TIMEOUT(window->fusionWorker().isFinished(), 30000);
@@ -184,6 +184,14 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
     panel.setRoomCameras({1, 2});
     panel.setReport(report);
     QVERIFY(panel.summaryText().contains("you can finish"));
+    // A refused floor is said beside the verdicts: the poses hold, the heights do not.
+    auto* floor = panel.findChild<QLabel*>("report_floor");
+    QVERIFY(floor->isHidden());
+    report.floorRefused = "the feet stayed on one spot or one line (0.05 m across); the floor is left unlevelled";
+    panel.setReport(report);
+    QVERIFY(!floor->isHidden());
+    QVERIFY2(floor->text().contains("one spot or one line"), qPrintable(floor->text()));
+    report.floorRefused.clear();
 
     // At the width the window gives it, every state is read in full.
     panel.setFixedWidth(420);
@@ -381,7 +389,7 @@ void MainWindowTest::viewDrawsOnlyWhenSomethingChanged() {
     QSignalSpy frames(viewer, &QOpenGLWidget::frameSwapped);
     QTRY_VERIFY(!frames.isEmpty());  // the first picture of the view, and its exposure
     QTest::qWait(200);
-    // A still scene: the repaint timer ticks about ten times and draws nothing.
+    // A still scene: the repaint timer ticks several times and draws nothing.
     frames.clear();
     QTest::qWait(500);
     QCOMPARE(frames.count(), 0);

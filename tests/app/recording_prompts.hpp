@@ -4,6 +4,8 @@
 
 #include <QAtomicInt>
 #include <QMutex>
+#include <QOpenGLWidget>
+#include <QPainter>
 #include <QStringList>
 
 #include "app/gui_prompts.hpp"
@@ -56,4 +58,19 @@ private:
 inline QString screenshotPath(const QString& name) {
     const QByteArray dir = qgetenv("HALDEN_SCREENSHOT_DIR");
     return (dir.isEmpty() ? QString(HALDEN_BINARY_DIR "/tests/app") : QString::fromLocal8Bit(dir)) + "/" + name;
+}
+
+// The window as it shows on screen. A plain grab() redraws the 3D view without what is
+// painted over it (the cameras' labels), so the view's own picture is laid in, and the
+// widgets standing on it (notes, spinner) on top again.
+inline QPixmap windowPicture(QWidget& window) {
+    QPixmap picture = window.grab();
+    auto* view = window.findChild<QOpenGLWidget*>("viewer");
+    if (!view || !view->isVisible()) return picture;
+    QPainter painter(&picture);
+    const QPoint at = view->mapTo(&window, QPoint(0, 0));
+    painter.drawImage(QRect(at, view->size()), view->grabFramebuffer());
+    for (QWidget* child : view->findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly))
+        if (child->isVisible()) child->render(&painter, at + child->pos());
+    return picture;
 }

@@ -37,7 +37,6 @@ void poison(std::map<int, lum::BodyData>& bodies, int frame, int camera) {
 TEST(KeypointFilter, RefusesAndCountsPoisonedKeypointsWithoutLosingTheRoom) {
     synthetic::Room room(quiet());
     SkeletonMulticameraCalibration calibration;
-    calibration.options.bodyFormat = 0;
     const int bad = room.cameras.back().id;
     for (int i = 0; i < 40; ++i) {
         std::map<int, lum::BodyData> bodies = room.observe(0.5 * i);

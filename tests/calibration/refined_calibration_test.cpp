@@ -31,7 +31,6 @@ synthetic::Options exact(int cameras, double bias) {
 Calibration refinedCalibration() {
     Calibration calibration;
     calibration.options.model = Calibration::Model::Refined;
-    calibration.options.bodyFormat = 0;
     calibration.options.refined.ankleHeight = 0.08;  // where the synthetic skeleton has its ankles
     return calibration;
 }
@@ -112,7 +111,6 @@ TEST(RefinedCalibration, NoisyBiasedRoomBeatsTheClassicModel) {
     synthetic::Room room(options);
     Calibration refined = refinedCalibration();
     Calibration classic;
-    classic.options.bodyFormat = 0;
     room.feed(refined, 120);
     classic.frames = refined.frames;
     ASSERT_TRUE(refined.calibrate());

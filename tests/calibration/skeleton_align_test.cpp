@@ -114,7 +114,6 @@ TEST(SkeletonResidual, BatchedPairsMatchPerKeypointBlocks) {
 TEST(SkeletonCalibration, RecoversNoiselessPosesExactly) {
     synthetic::Room room(clean(3));
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     room.feed(calibration, 30);
     ASSERT_TRUE(calibration.calibrate());
     const Calibration::PoseStruct& reference = calibration.state.poses.at(room.cameras[0].id);
@@ -143,7 +142,6 @@ TEST(SkeletonCalibration, NoisyPosesWithinReportedUncertainty) {
     options.bias = 0;
     synthetic::Room room(options);
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     room.feed(calibration, 60);
     ASSERT_TRUE(calibration.calibrate());
     const CalibrationReport report = makeCalibrationReport(calibration);
@@ -162,7 +160,6 @@ TEST(SkeletonCalibration, NoisyPosesWithinReportedUncertainty) {
 TEST(SkeletonCalibration, CountsKeypointPairsAndKeepsThresholds) {
     synthetic::Room room(clean(2));
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     calibration.state.calibratedPoses[99] = lum::Transform(lum::Orientation(), lum::Translation(1, 2, 3));
     room.feed(calibration, 2);
     ASSERT_EQ(calibration.frames.size(), 2u);
@@ -193,7 +190,6 @@ TEST(SkeletonCalibration, CountsKeypointPairsAndKeepsThresholds) {
         options.keypoints = keypoints;
         synthetic::Room large(options);
         Calibration capped;
-        capped.options.bodyFormat = keypoints == 34 ? 1 : 2;
         large.feed(capped, 2);
         ASSERT_TRUE(capped.calibrate());
         EXPECT_EQ(blocksOf(capped), 2 * 2 * 30);
@@ -202,10 +198,11 @@ TEST(SkeletonCalibration, CountsKeypointPairsAndKeepsThresholds) {
 
 TEST(SkeletonCalibration, FloorShiftNeedsMoreThanTwentySamples) {
     // 11 frames of 2 cameras: 22 up samples (joints 11 and 1) and 44 foot points (13, 10).
-    auto shifted = [](int bodyFormat, int upRemoved, int feetRemoved) {
-        synthetic::Room room(clean(2));
+    auto shifted = [](int keypoints, int upRemoved, int feetRemoved) {
+        synthetic::Options options = clean(2);
+        options.keypoints = keypoints;
+        synthetic::Room room(options);
         Calibration calibration;
-        calibration.options.bodyFormat = bodyFormat;
         room.feed(calibration, 11, 0.0, [&](int, lum::BodyData& body) {
             if (upRemoved > 0 && upRemoved--) body.keypoint[1].x = NAN;
             for (int foot : {13, 10})
@@ -214,10 +211,10 @@ TEST(SkeletonCalibration, FloorShiftNeedsMoreThanTwentySamples) {
         EXPECT_TRUE(calibration.calibrate());
         return calibration.state.calibratedPoses.begin()->second.getTranslation().y != 0.f;
     };
-    EXPECT_TRUE(shifted(0, 1, 23));
-    EXPECT_FALSE(shifted(0, 2, 0));
-    EXPECT_FALSE(shifted(0, 0, 24));
-    EXPECT_FALSE(shifted(3, 0, 0));
+    EXPECT_TRUE(shifted(18, 1, 23));
+    EXPECT_FALSE(shifted(18, 2, 0));
+    EXPECT_FALSE(shifted(18, 0, 24));
+    EXPECT_FALSE(shifted(20, 0, 0));  // a layout nobody knows has no feet
 }
 
 // Outliers and a re-solve: the second call is robust, and the literal formulation gives
@@ -227,15 +224,20 @@ TEST(SkeletonCalibration, LaterCallsAreRobustAndMatchTheLiteralSolve) {
     options.cameras = 3;
     synthetic::Room room(options);
     Calibration fast;
-    fast.options.bodyFormat = 0;
     int outliers = 0;
     room.feed(fast, 24, 0.0, [&](int, lum::BodyData& body) {
         if (++outliers % 7 == 0) body.keypoint[2].y += 0.8f;
     });
     Calibration literal = fast;
     literal.options.solver = Calibration::Solver::Reference;
-    Calibration robustOnly = fast;
-    robustOnly.options.bodyFormat = -1;  // no write-back of joints between the calls
+    // The same walk without necks: no up pair, so no write-back of joints between the calls.
+    Calibration robustOnly;
+    synthetic::Room same(options);
+    int spoiled = 0;
+    same.feed(robustOnly, 24, 0.0, [&](int, lum::BodyData& body) {
+        if (++spoiled % 7 == 0) body.keypoint[2].y += 0.8f;
+        body.keypoint[1].x = NAN;
+    });
 
     for (int call = 0; call < 2; ++call) {
         ASSERT_EQ(fast.calibrate(), literal.calibrate());
@@ -269,7 +271,6 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
     options.cameras = 3;
     synthetic::Room room(options);
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     EXPECT_FALSE(makeCalibrationReport(calibration).usable);
     Calibration larger = calibration;
     room.feed(calibration, 12);
@@ -301,7 +302,6 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
 TEST(CalibrationReport, ResidualsLeaveOutTheRewrittenJoints) {
     synthetic::Room room{synthetic::Options()};
     Calibration calibration;
-    calibration.options.bodyFormat = 0;
     room.feed(calibration, 40);
     ASSERT_TRUE(calibration.calibrate());
     const double first = makeCalibrationReport(calibration).cameras[1].rmsAfterMm;

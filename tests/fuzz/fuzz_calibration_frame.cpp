@@ -58,7 +58,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!pyra::transport::decodeFrame(data, size, frame) || frame.bodies.body_list.empty()) return 0;
     enterAsTheWorkerDoes(frame.bodies);
     SkeletonMulticameraCalibration classic;
-    classic.options.bodyFormat = 0;
     // Crashes hide on the paths, not in convergence: a few iterations per solve walk them
     // all and keep the driver fast enough for a million inputs.
     classic.options.maxIterations = 3;

@@ -38,6 +38,8 @@ nlohmann::ordered_json toJson(const CliResult& result) {
             {"frames", result.frames},
             {"solves", result.solves},
             {"reportVersion", kReportSchemaVersion},
+            // Why the world was left unlevelled; null when the floor was found.
+            {"floorRefused", orNull(result.calibration ? result.calibration->floorRefused : std::string())},
             {"cameras", cameras}};
 }
 
