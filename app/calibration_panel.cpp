@@ -108,7 +108,9 @@ CalibrationPanel::CalibrationPanel(QWidget* parent) : QFrame(parent) {
     auto* legend = new QLabel(tr("Shared frames: frames in which this camera and another one saw the same person. "
                                  "Residual: distance between matching joints after the solve. "
                                  "Uncertainty: one standard deviation of the camera's rotation and position, bias and "
-                                 "model error included (two halves of the walk are solved apart and compared)."),
+                                 "model error included (two halves of the walk are solved apart and compared). "
+                                 "Clock: the camera's clock minus the first camera's, found from how people move, "
+                                 "with one standard deviation."),
                               this);
     legend->setWordWrap(true);
     legend->setProperty("role", "muted");
@@ -214,8 +216,16 @@ void CalibrationPanel::refresh() {
             if (std::isfinite(u.rotationSigmaDeg) && std::isfinite(u.positionSigmaMm))
                 quality += tr("\n%1° %2 mm").arg(u.rotationSigmaDeg, 0, 'f', 2).arg(u.positionSigmaMm, 0, 'f', 1);
         }
+        QString name = QString::number(serial);
+        // Shown once the walk has told it, reference included (+0.000 s): an unknown clock
+        // is assumed to be the reference's.
+        if (camera && std::isfinite(camera->clockOffsetS) && std::isfinite(camera->clockOffsetSigmaS))
+            name += tr("\nclock %1%2 s ±%3 ms")
+                        .arg(camera->clockOffsetS < 0 ? "" : "+")
+                        .arg(camera->clockOffsetS, 0, 'f', 3)
+                        .arg(1000 * camera->clockOffsetSigmaS, 0, 'f', 1);
         const int r = static_cast<int>(row);
-        table_->setItem(r, 0, cell(QString::number(serial)));
+        table_->setItem(r, 0, cell(name));
         table_->setItem(r, 1, cell(shared.isEmpty() ? tr("none yet") : shared.join('\n')));
         table_->setItem(r, 2, cell(quality));
         const QString advice = QString::fromStdString(assessment.advice);

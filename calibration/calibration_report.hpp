@@ -2,6 +2,7 @@
 // Built on demand from what the last solve recorded, so calibrate() pays nothing for it.
 #pragma once
 
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,6 +19,10 @@ struct CameraCalibrationReport {
     double rotationSigmaDeg = 0;    // 1-sigma rotation from the final solve's covariance
     double translationSigmaMm = 0;  // 1-sigma translation (norm) from the same covariance
     std::map<int, int> framesSharedWith;  // other camera -> frames in which both gave a block
+    // The camera's clock minus the reference camera's, seconds, and its 1-sigma; NaN while
+    // the bodies have not told them (Refined only).
+    double clockOffsetS = std::numeric_limits<double>::quiet_NaN();
+    double clockOffsetSigmaS = std::numeric_limits<double>::quiet_NaN();
     CameraUncertainty uncertainty;        // what a user may trust; see addPoseUncertainty()
     // It moved during the calibration: its earlier frames and pose are gone and it is being
     // placed anew; it reads Moved until then.

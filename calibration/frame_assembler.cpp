@@ -48,6 +48,31 @@ void FrameAssembler::setAssociation(BodyAssociation association) {
     association_ = association ? std::move(association) : BodyAssociation(singlePersonAssociation);
 }
 
+void FrameAssembler::setClock(int camera, const ClockEstimate& clock) {
+    CameraHistory& history = cameras_[camera];
+    history.clockKnown = true;
+    history.clock = clock;
+}
+
+uint64_t FrameAssembler::toCommon(const CameraHistory& history, uint64_t ns) const {
+    if (!history.clockKnown) return ns;
+    const int64_t common = int64_t(ns) - std::llround(history.clock.offsetAtS(ns) * 1e9);
+    return uint64_t(std::max<int64_t>(1, common));
+}
+
+uint64_t FrameAssembler::toOwn(const CameraHistory& history, uint64_t commonNs) const {
+    if (!history.clockKnown) return commonNs;
+    const uint64_t guess = uint64_t(std::max<int64_t>(1, int64_t(commonNs) + std::llround(history.clock.offsetS * 1e9)));
+    return uint64_t(std::max<int64_t>(1, int64_t(commonNs) + std::llround(history.clock.offsetAtS(guess) * 1e9)));
+}
+
+uint64_t FrameAssembler::roomNewestNs() const {
+    uint64_t newest = 0;
+    for (const auto& [camera, history] : cameras_)
+        if (history.newestNs > 0) newest = std::max(newest, toCommon(history, history.newestNs));
+    return newest;
+}
+
 void FrameAssembler::addBodies(int camera, const lum::Bodies& bodies) {
     CameraHistory& history = cameras_[camera];
     const uint64_t ns = bodies.timestamp.getNanoseconds();
@@ -55,11 +80,20 @@ void FrameAssembler::addBodies(int camera, const lum::Bodies& bodies) {
         // Far older than this camera's last capture: its host clock was set back. Waiting
         // for it to catch up would stall the collection for as long as the step.
         if (history.newestNs - ns <= uint64_t(options_.historyNs)) return;
+        const bool known = history.clockKnown;
+        const ClockEstimate clock = history.clock;
         history = CameraHistory();
+        history.clockKnown = known;
+        history.clock = clock;
     }
     history.newestNs = ns;
     for (const lum::BodyData& body : bodies.body_list) history.tracks[body.id].push_back({ns, body});
-    const uint64_t keepFrom = ns > uint64_t(options_.historyNs) ? ns - uint64_t(options_.historyNs) : 0;
+    history.roomNewestWhenSeenNs = roomNewestNs();
+    // What the next frames may still need: the history before the common instant, which a
+    // camera whose clock is known to run behind can hold seconds back.
+    const uint64_t instant = commonInstant().getNanoseconds();
+    const uint64_t needed = toOwn(history, instant > 0 ? std::min(instant, toCommon(history, ns)) : toCommon(history, ns));
+    const uint64_t keepFrom = needed > uint64_t(options_.historyNs) ? needed - uint64_t(options_.historyNs) : 0;
     for (auto track = history.tracks.begin(); track != history.tracks.end();) {
         std::deque<Capture>& captures = track->second;
         // Keep one capture older than the window, so the window's start can still be reached.
@@ -70,25 +104,33 @@ void FrameAssembler::addBodies(int camera, const lum::Bodies& bodies) {
 }
 
 std::vector<int> FrameAssembler::activeCameras() const {
-    uint64_t newest = 0;
-    for (const auto& [camera, history] : cameras_) newest = std::max(newest, history.newestNs);
+    const int64_t newest = int64_t(roomNewestNs());
     std::vector<int> active;
-    for (const auto& [camera, history] : cameras_)
-        if (newest - history.newestNs <= uint64_t(options_.maxLagNs)) active.push_back(camera);
+    for (const auto& [camera, history] : cameras_) {
+        if (history.newestNs == 0) continue;
+        // A known clock places the camera's captures; only its silence can make it stale.
+        const int64_t behind = history.clockKnown ? newest - int64_t(history.roomNewestWhenSeenNs)
+                                                  : newest - int64_t(toCommon(history, history.newestNs));
+        if (behind <= options_.maxLagNs) active.push_back(camera);
+    }
     return active;
 }
 
 lum::Timestamp FrameAssembler::commonInstant() const {
     uint64_t instant = std::numeric_limits<uint64_t>::max();
-    for (int camera : activeCameras()) instant = std::min(instant, cameras_.at(camera).newestNs);
+    for (int camera : activeCameras()) {
+        const CameraHistory& history = cameras_.at(camera);
+        instant = std::min(instant, toCommon(history, history.newestNs));
+    }
     return instant == std::numeric_limits<uint64_t>::max() ? lum::Timestamp(0) : lum::Timestamp(instant);
 }
 
 BodiesAtInstant FrameAssembler::bodiesAt(lum::Timestamp instant) const {
-    const uint64_t t = instant.getNanoseconds();
     BodiesAtInstant out;
     for (int camera : activeCameras()) {
-        for (const auto& [id, captures] : cameras_.at(camera).tracks) {
+        const CameraHistory& history = cameras_.at(camera);
+        const uint64_t t = toOwn(history, instant.getNanoseconds());
+        for (const auto& [id, captures] : history.tracks) {
             auto after = std::lower_bound(captures.begin(), captures.end(), t,
                                           [](const Capture& c, uint64_t ns) { return c.ns < ns; });
             if (after == captures.end()) continue;

@@ -8,6 +8,7 @@
 #include <map>
 #include <vector>
 
+#include "calibration/clock_aligner.hpp"
 #include "lum/records.hpp"
 
 namespace calib {
@@ -42,6 +43,12 @@ public:
 
     void setAssociation(BodyAssociation association);
 
+    // The camera's clock against the room's common one (the reference camera's). From then
+    // on its captures are placed by it, and the camera is judged stalled only when it stops
+    // sending: a camera whose clock is known may legitimately deliver what it saw seconds
+    // after the others do. A camera without one is taken to share the common clock.
+    void setClock(int camera, const ClockEstimate& clock);
+
     // One camera's bodies as it captured them (bodies.timestamp is the capture time).
     // Older or repeated captures of a camera are ignored, unless they are older than the
     // whole history (the camera's clock was set back): the camera then starts anew.
@@ -60,6 +67,7 @@ public:
     // The frames of the common instant, one per person seen by two or more cameras.
     std::vector<CameraBodies> assemble() const;
 
+    // Forgets the cameras and their clocks.
     void clear();
 
 private:
@@ -68,11 +76,17 @@ private:
         lum::BodyData body;
     };
     struct CameraHistory {
-        uint64_t newestNs = 0;
+        uint64_t newestNs = 0;  // on the camera's own clock, as are the captures
         std::map<int, std::deque<Capture>> tracks;  // by BodyData::id
+        bool clockKnown = false;
+        ClockEstimate clock;
+        uint64_t roomNewestWhenSeenNs = 0;  // the room's newest common time at its last capture
     };
 
     std::vector<int> activeCameras() const;
+    uint64_t toCommon(const CameraHistory& history, uint64_t ns) const;
+    uint64_t toOwn(const CameraHistory& history, uint64_t commonNs) const;
+    uint64_t roomNewestNs() const;
 
     Options options_;
     BodyAssociation association_;

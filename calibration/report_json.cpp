@@ -32,6 +32,8 @@ nlohmann::ordered_json toJson(const CalibrationReport& report, const ReadinessTh
              {"rmsBeforeMm", camera.rmsBeforeMm},
              {"rmsAfterMm", camera.rmsAfterMm},
              {"framesSharedWith", shared},
+             {"clockOffsetS", camera.clockOffsetS},
+             {"clockOffsetSigmaS", camera.clockOffsetSigmaS},
              {"evidence",
               {{"halvesApartDeg", u.halvesApartDeg},
                {"halvesApartMm", u.halvesApartMm},

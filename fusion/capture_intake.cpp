@@ -13,6 +13,11 @@ void FusionWorker::retrieveCameraBodies() {
         source().retrieveBodies(bodies, camera);
         captures[static_cast<int>(camera.sn)] = &bodies;
     }
+    // The clock aligner sees every capture as stamped, those the gate holds apart for their
+    // clock too: its estimate is what can bring them back.
+    if (collecting && calibration.options.model == SkeletonMulticameraCalibration::Model::Refined)
+        for (const auto& [serial, bodies] : captures)
+            if (bodies->is_new) clockAligner.addBodies(serial, *bodies);
     for (const calib::CameraNotice& notice : captureGate.screen(captures, clock->nowNs())) {
         console::trace() << notice.text << " (" << QString::number(notice.secondsIntoRun, 'f', 1).toStdString()
                           << " s into the run)";

@@ -21,6 +21,7 @@
 #include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 #include "calibration/capture_gate.hpp"
+#include "calibration/clock_aligner.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
 #include "calibration/reseed_policy.hpp"
@@ -175,6 +176,8 @@ private:
     void reseedCamera(int camera);
     void showThroughCalibration();
     void watchForDrift();
+    void updateClocks();
+    void addClocks(CalibrationReport& report) const;
     void restartDriftWatch();
     void waitUntilHidden(const PromptMessage& message);
     void resetCalibration();
@@ -217,6 +220,12 @@ private:
     SkeletonMulticameraCalibration calibration;
     bool collecting = false;  // skeletons go to the calibration rather than the room's view
     calib::FrameAssembler frameAssembler;
+    // Each camera's clock, estimated from the bodies while collecting (Refined), and the
+    // estimate the assembler places each camera's captures by.
+    calib::ClockAligner clockAligner;
+    calib::ClockEstimates clocks;
+    int64_t lastClockEstimateNs = -1;
+    bool discardRunningSolve = false;  // it started before the clocks were known
     calib::CaptureGate captureGate;
     std::vector<int> savedSerials;
     std::vector<lum::FusionConfiguration> configurations;

@@ -57,6 +57,39 @@ TEST(FrameAssembler, BringsEveryCameraToTheOldestNewestCapture) {
     EXPECT_EQ(stepped.assemble().size(), 1u);
 }
 
+// Camera 2's clock runs 2 s ahead: what it stamps T happened at T - 2 s. Delivered beside
+// the captures camera 1 stamps alike, its walker is 2 m behind until its clock is known.
+TEST(FrameAssembler, PlacesACameraByItsKnownClock) {
+    const uint64_t ahead = 2000 * kMs;
+    auto feed = [ahead](calib::FrameAssembler& assembler, uint64_t from, uint64_t to) {
+        for (uint64_t t = from; t < to; t += 33 * kMs) {
+            assembler.addBodies(1, walkerAt(t));
+            lum::Bodies late = walkerAt(t - ahead);
+            late.timestamp = t;
+            assembler.addBodies(2, late);
+        }
+    };
+    calib::FrameAssembler assembler;
+    feed(assembler, 10000 * kMs, 11000 * kMs);
+    std::vector<calib::CameraBodies> frames = assembler.assemble();
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_NEAR(frames[0].at(1).keypoint[0].x - frames[0].at(2).keypoint[0].x, 2.0, 0.01);
+
+    calib::ClockEstimate clock;
+    clock.offsetS = 2.0;
+    clock.anchorNs = 10000 * kMs;
+    assembler.setClock(2, clock);
+    // The common instant is now camera 2's: 2 s back, which camera 1 must still hold.
+    feed(assembler, 11000 * kMs, 14000 * kMs);
+    frames = assembler.assemble();
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_NEAR(assembler.commonInstant().getNanoseconds() * 1e-9, 11.98, 0.04);
+    EXPECT_NEAR(frames[0].at(1).keypoint[0].x, frames[0].at(2).keypoint[0].x, 1e-4);
+    // It stalls when it stops sending, not because its captures are old.
+    for (uint64_t t = 14000 * kMs; t < 14300 * kMs; t += 33 * kMs) assembler.addBodies(1, walkerAt(t));
+    EXPECT_TRUE(assembler.assemble().empty());
+}
+
 TEST(FrameAssembler, LeavesOutGapsMissingJointsAndCrowdedCameras) {
     calib::FrameAssembler assembler;
     lum::Bodies first = walkerAt(1000 * kMs);
