@@ -121,8 +121,6 @@ void FrameStore::dropCamera(int camera, lum::Timestamp before) {
         size_ += kept.back()->frames().size();
     }
     chunks_ = std::move(kept);
-    last_ = chunks_.empty() ? 0 : chunks_.back()->frames().rbegin()->first;
-}
 }
 
 FrameStore FrameStore::slice(size_t first, size_t last) const {
