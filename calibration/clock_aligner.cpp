@@ -125,7 +125,10 @@ void ClockAligner::clear() {
 // does not move the body.
 std::vector<ClockAligner::Signal> ClockAligner::motionSignals(int camera) const {
     std::vector<Signal> out;
-    for (const auto& [id, track] : cameras_.at(camera)) {
+    for (const auto& entry : cameras_.at(camera)) {
+        // A named reference: the lambdas below capture it, which a structured binding allows
+        // only from C++20 on.
+        const auto& track = entry.second;
         if (track.size() < 2) continue;
         Signal signal;
         signal.firstStep = int64_t((track.front().ns + kHalfSpanNs) / kStepNs) + 1;
