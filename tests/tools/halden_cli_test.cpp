@@ -222,7 +222,7 @@ TEST(HaldenCli, InterruptWhileSubscribingEndsPromptly) {
         cli.kill();
         cli.waitForFinished();
     }
-    EXPECT_EQ(cli.exitCode(), 5);
+    EXPECT_EQ(cli.exitCode(), 5) << (out + cli.readAllStandardError()).toStdString();
 }
 
 // Senders that never answer: their handshakes wait side by side, so the fusion gives up

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <cerrno>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -14,9 +15,12 @@
 
 namespace {
 
-volatile std::sig_atomic_t stopRequested = 0;
+// The signal may land on any thread (a worker's included), so the flag is a lock-free
+// atomic rather than a sig_atomic_t, which is only safe within one thread.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
 
-void onSignal(int) { stopRequested = 1; }
+void onSignal(int) { stopRequested = true; }
 
 const char* kUsage =
     "usage: body_relay [--scene FILE] --serial N --port P [--bind ADDRESS]\n"

@@ -3,6 +3,7 @@
 // simulated truth. Poses are the scene's true poses, so the distance shows the fusion alone.
 #include <algorithm>
 #include <cmath>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -14,8 +15,11 @@
 
 namespace {
 
-volatile std::sig_atomic_t stopRequested = 0;
-void onSignal(int) { stopRequested = 1; }
+// The signal may land on any thread (a worker's included), so the flag is a lock-free
+// atomic rather than a sig_atomic_t, which is only safe within one thread.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
+void onSignal(int) { stopRequested = true; }
 
 const char* kUsage =
     "usage: fusion_example [--scene FILE] [--host IP] [--seconds N] SERIAL:PORT [SERIAL:PORT ...]\n"

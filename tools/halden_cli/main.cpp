@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QTimer>
 
+#include <atomic>
 #include <csignal>
 #include <iostream>
 #include <set>
@@ -19,9 +20,12 @@
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+// The signal may land on any thread (a worker's included), so the flag is a lock-free
+// atomic rather than a sig_atomic_t, which is only safe within one thread.
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
 
-void onSignal(int) { interrupted = 1; }
+void onSignal(int) { interrupted = true; }
 
 int listDevices() {
     const roomusb::UsbRoom room = roomusb::discover();
