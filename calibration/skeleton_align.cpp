@@ -148,6 +148,16 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     std::map<int, PoseStruct>& poses = state.poses;
     const bool robust = !poses.empty();
     *state.weightByCovariance = false;
+    // A camera new to the solve starts where its joints' agreement with a placed camera's
+    // puts it rather than at the reference's pose, from which a camera facing another way
+    // may settle in the wrong basin. One the agreement cannot place still starts there.
+    std::map<int, Eigen::Isometry3d> placedPoses;
+    for (const auto& [camera, pose] : poses) placedPoses[camera] = isometryOf(pose);
+    if (placedPoses.size() < frames.cameras().size()) {
+        const calib::ConsensusSeeds consensus =
+            calib::seedCameras(calib::Frames(frames.begin(), frames.end()), placedPoses, options.consensus);
+        for (const auto& [camera, seed] : consensus.seeds) poses[camera] = poseOf(seed);
+    }
     for (int camera : frames.cameras())
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
     state.framesAtLastCalibration = int(frames.size());
