@@ -59,12 +59,12 @@ partagées</translation>
     </message>
     <message>
         <location line="+39"/>
-        <location line="+20"/>
+        <location line="+21"/>
         <source>%1: %2</source>
         <translation>%1 : %2</translation>
     </message>
     <message>
-        <location line="-19"/>
+        <location line="-20"/>
         <source>%1 mm</source>
         <translation>%1 mm</translation>
     </message>
@@ -76,11 +76,13 @@ partagées</translation>
 %1° %2 mm</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+7"/>
         <source>
-clock %1%2 s ±%3 ms</source>
+clock %1%2 s
+±%3 ms</source>
         <translation>
-horloge %1%2 s ±%3 ms</translation>
+horloge %1%2 s
+±%3 ms</translation>
     </message>
     <message>
         <location line="+6"/>
@@ -346,7 +348,7 @@ horloge %1%2 s ±%3 ms</translation>
 <context>
     <name>QObject</name>
     <message>
-        <location filename="../../app/calibration_panel.cpp" line="-231"/>
+        <location filename="../../app/calibration_panel.cpp" line="-232"/>
         <source>No data</source>
         <translation>Aucune donnée</translation>
     </message>
@@ -848,7 +850,12 @@ horloge %1%2 s ±%3 ms</translation>
         <translation>Démarrer la fusion sur les caméras de la liste.</translation>
     </message>
     <message>
-        <location filename="../../workspace/wscreator.cpp" line="+81"/>
+        <location filename="../../workspace/wscreator.cpp" line="+25"/>
+        <source>There are no cameras to start with yet. Search for the cameras plugged into this computer over USB, add network cameras by serial number and address, or take them from a Pyra Hub workspace.</source>
+        <translation>Il n&apos;y a pas encore de caméra avec laquelle démarrer. Recherchez les caméras branchées sur cet ordinateur en USB, ajoutez des caméras réseau par numéro de série et adresse, ou prenez-les d&apos;un espace de travail Pyra Hub.</translation>
+    </message>
+    <message>
+        <location line="+57"/>
         <location filename="../../workspace/wscreator_hub.cpp" line="-136"/>
         <source>Choose a workspace</source>
         <translation>Choisissez un espace de travail</translation>
