@@ -41,6 +41,19 @@ float alongRay(float front, float side, float cosFacing) {
     return std::sqrt(front * front * c2 + side * side * (1.f - c2));
 }
 
+// The view-blind factors the simulated room had before the pull turned with the view, kept
+// so that the two can be compared: the trunk 1.8, shoulders 1.4, head 1.0, elbows and knees
+// 0.9, wrists and ankles 0.5, hands and feet 0.4.
+float viewBlindFactor(int joint) {
+    if (joint <= SPINE_HIGH || joint == L_HIP || joint == R_HIP) return 1.8f;
+    if (joint == NECK || joint == L_CLAVICLE || joint == R_CLAVICLE || joint == L_SHOULDER || joint == R_SHOULDER)
+        return 1.4f;
+    if (joint <= R_EAR) return 1.0f;
+    if (joint == L_ELBOW || joint == R_ELBOW || joint == L_KNEE || joint == R_KNEE) return 0.9f;
+    if (joint == L_WRIST || joint == R_WRIST || joint == L_ANKLE || joint == R_ANKLE) return 0.5f;
+    return 0.4f;
+}
+
 }  // namespace
 
 JointPull::JointPull(lum::BODY_FORMAT format, bool byView) : byView_(byView) {
@@ -50,9 +63,13 @@ JointPull::JointPull(lum::BODY_FORMAT format, bool byView) : byView_(byView) {
         Depths d;
         frontAndSide(joint, d.front, d.side);
         double mean = 0;
-        for (int v = 0; v < kViews; ++v)
-            mean += alongRay(d.front, d.side, float(std::cos((v + 0.5) * 3.14159265358979 / kViews)));
-        mean /= kViews;
+        if (byView) {
+            for (int v = 0; v < kViews; ++v)
+                mean += alongRay(d.front, d.side, float(std::cos((v + 0.5) * 3.14159265358979 / kViews)));
+            mean /= kViews;
+        } else {
+            mean = viewBlindFactor(joint);
+        }
         depths_.push_back(d);
         meanOverViews_.push_back(float(mean));
         total += mean;

@@ -10,7 +10,7 @@ namespace pyra_sim {
 
 class JointPull {
 public:
-    // `byView` false: each joint keeps its mean depth over the directions it is seen from.
+    // `byView` false: the older view-blind factors of each joint, the same from every side.
     JointPull(lum::BODY_FORMAT format, bool byView);
 
     // Keypoint `index`'s depth below the seen surface, in units of the camera's mean pull,
@@ -23,7 +23,7 @@ private:
         float front = 0, side = 0;  // metres below the surface seen from there
     };
     std::vector<Depths> depths_;
-    std::vector<float> meanOverViews_;
+    std::vector<float> meanOverViews_;  // or the view-blind factor
     bool byView_ = true;
     float scale_ = 1.f;  // makes the layout's mean over keypoints and views 1
 };
