@@ -98,12 +98,14 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     const QString report = inTemporary("report.json");
     CliRun run;
     {
-        // On the virtual room clock: the same two minutes of walking on every run, however busy
-        // the machine; long enough for every camera to earn its good verdict (exit 0) while
-        // nobody hides anyone (the scene turns occlusion off: it costs 40 % of the frames).
+        // On the virtual room clock: the same three minutes of walking on every run, however
+        // busy the machine; long enough for every camera to earn its good verdict (exit 0)
+        // while nobody hides anyone (the scene turns occlusion off: it costs 40 % of the
+        // frames). With lost captures, id switches and spikes, two minutes leave every camera
+        // just short of good (12-13 mm at 2 sigma).
         const ScopedVariable scene("PYRA_SIM_SCENE", scenePath);
         const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
-        run = runCli({"calibrate", "--usb", "--seconds", "120", "--output", output, "--report", report, "--json"},
+        run = runCli({"calibrate", "--usb", "--seconds", "180", "--output", output, "--report", report, "--json"},
                      150000);
     }
     ASSERT_EQ(run.status, 0) << run.out << run.err;
