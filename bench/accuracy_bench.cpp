@@ -1,7 +1,5 @@
 // Calibration accuracy against the simulated room's truth: each scene of a set, 60 s of
 // walking recorded on the virtual clock, calibrated from the recording with each model.
-#include <QTemporaryDir>
-
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -11,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
 #include "bench/scene_set.hpp"
 #include "calibration/skeleton_align.hpp"
@@ -54,9 +53,7 @@ void BM_Accuracy(benchmark::State& state) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir scratch;
-    folder = scratch.path().toStdString();
-    replayed::prepareProcess(folder);
+    folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
     const std::string set = sceneset::takeFolder(argc, argv);
     if (!sceneset::load(set, scenes)) return 2;
     benchmark::RegisterBenchmark("BM_Accuracy", BM_Accuracy)
@@ -64,8 +61,7 @@ int main(int argc, char** argv) {
         ->Iterations(1)
         ->Unit(benchmark::kSecond)
         ->UseRealTime();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
+    bench::runBenchmarks(argc, argv);
     std::printf("\nScenes: %s\n", set.c_str());
     std::printf("\n| room | model | rotation worst / median (deg) | position worst / median (mm) | floor tilt (deg) | "
                 "worst camera height error (mm) |\n|---|---|---|---|---|---|\n");

@@ -1,7 +1,5 @@
 // Does the stated pose uncertainty cover the true error? Walks through a set of simulated
 // rooms, recorded and calibrated from the recordings; each stated 1-sigma against the truth.
-#include <QTemporaryDir>
-
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
 #include "bench/scene_set.hpp"
 #include "calibration/calibration_verdict.hpp"
@@ -80,14 +79,10 @@ BENCHMARK(uncertaintyCost)->Arg(int(Model::Classic))->Arg(int(Model::Refined))->
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir scratch;
-    folder = scratch.path().toStdString();
-    replayed::prepareProcess(folder);
+    folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
     const std::string set = sceneset::takeFolder(argc, argv);
     if (!sceneset::load(set, scenes)) return 2;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    bench::runBenchmarks(argc, argv);
     std::printf("Scenes: %s\n", set.c_str());
     for (size_t i = 0; i < scenes.size(); ++i) replayed::record(scenes[i].scene, kLongestWalk, recordingOf(i));
     for (Model model : {Model::Classic, Model::Refined})
