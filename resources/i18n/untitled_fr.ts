@@ -848,7 +848,12 @@ horloge %1%2 s ±%3 ms</translation>
         <translation>Démarrer la fusion sur les caméras de la liste.</translation>
     </message>
     <message>
-        <location filename="../../workspace/wscreator.cpp" line="+81"/>
+        <location filename="../../workspace/wscreator.cpp" line="+25"/>
+        <source>There are no cameras to start with yet. Search for the cameras plugged into this computer over USB, add network cameras by serial number and address, or take them from a Pyra Hub workspace.</source>
+        <translation>Il n&apos;y a pas encore de caméra avec laquelle démarrer. Recherchez les caméras branchées sur cet ordinateur en USB, ajoutez des caméras réseau par numéro de série et adresse, ou prenez-les d&apos;un espace de travail Pyra Hub.</translation>
+    </message>
+    <message>
+        <location line="+57"/>
         <location filename="../../workspace/wscreator_hub.cpp" line="-136"/>
         <source>Choose a workspace</source>
         <translation>Choisissez un espace de travail</translation>

@@ -1,5 +1,6 @@
 // The window in French: every text of ours that the window, its menus, the room set-up
 // and a busy calibration panel look up has a French translation.
+#include <QAbstractButton>
 #include <QAction>
 #include <QTemporaryDir>
 #include <QTest>
@@ -11,6 +12,7 @@
 #include "testing/camera_report.hpp"
 #include "tests/app/recording_prompts.hpp"
 #include "tests/app/widget_lookup.hpp"
+#include "workspace/wscreator.hpp"
 
 namespace {
 
@@ -49,6 +51,7 @@ void FrenchWindowTest::everyTextOfOursHasAFrenchTranslation() {
         window.show();
         findWidget<QAction>(&window, "record_walk_action")->trigger();  // no room: said why
         window.onCameraMoved(41001, 2.5, 40.0);
+        findWidget<QAbstractButton>(window.workspaceCreator(), "create_toolButton")->click();  // nothing to start
 
         // A panel with all it can say: a camera being placed anew, clocks, a refused floor,
         // more cameras to advise than the summary lists, people in view.
@@ -75,6 +78,7 @@ void FrenchWindowTest::everyTextOfOursHasAFrenchTranslation() {
     }
     QCoreApplication::removeTranslator(&french);
     QVERIFY2(french.misses.isEmpty(), qPrintable(french.misses.join("\n")));
+    QVERIFY(prompts->titles().contains("Aucune caméra valide"));
 }
 
 QTEST_MAIN(FrenchWindowTest)
