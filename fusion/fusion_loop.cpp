@@ -133,7 +133,9 @@ void FusionWorker::noteCaptures() {
     uint64_t newest = 0;
     for (const lum::CameraIdentifier& camera : subscribedCameras) {
         const lum::Bodies& bodies = shared.cameraBodies[camera];
-        if (bodies.is_new) newest = std::max<uint64_t>(newest, bodies.timestamp.getNanoseconds());
+        // A camera taken back for its known clock still stamps on its own.
+        if (bodies.is_new && captureGate.onRoomClock(static_cast<int>(camera.sn)))
+            newest = std::max<uint64_t>(newest, bodies.timestamp.getNanoseconds());
     }
     if (newest > 0) clock->captured(static_cast<int64_t>(newest));
 }
@@ -266,6 +268,7 @@ void FusionWorker::updateClocks() {
         if (std::abs(estimate.offsetS - was) > kRetimeS && calibration.frames.cameras().count(camera))
             retimed.push_back(camera);
         frameAssembler.setClock(camera, estimate);
+        captureGate.setClockOffset(camera, std::llround(estimate.offsetS * 1e9));
     }
     clocks = latest;
     if (retimed.empty()) return;
