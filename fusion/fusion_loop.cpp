@@ -87,6 +87,7 @@ void FusionWorker::steadyLoop() {
 
 void FusionWorker::processFrame() {
     std::lock_guard<std::mutex> lock(workerMutex);
+    takeRequests();
     SharedData& shared = SharedData::getInstance();
 
     if (modules.skeletonEnabled) {
@@ -121,8 +122,7 @@ void FusionWorker::processFrame() {
         fusion->getProcessMetrics(shared.metrics);
     }
     // After this set's bodies were read: the live source forgets what its old sink took.
-    if (captureSinkChanged && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
-    captureSinkChanged = false;
+    if (takeNewSink() && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
     checkRunLength();
     emit newData();
 }
@@ -362,6 +362,7 @@ int FusionWorker::startCalib(CALIB kind) {
     // Frames of an earlier walk were taken with the cameras at their old poses; mixing them
     // in makes the residuals meaningless.
     resetCalibration();
+    calibration.options.model = chosenModel;
 
     lum::Transform reset = lum::Transform::identity();
     lum::convertCoordinateSystem(reset, lum::COORDINATE_SYSTEM::IMAGE, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
@@ -497,10 +498,7 @@ void FusionWorker::resetCalibration() {
     calibrationFrames = 0;
 }
 
-void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    calibration.options.model = model;
-}
+void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) { chosenModel = model; }
 
 void FusionWorker::setCalibrationFrames(calib::FrameStore frames) {
     std::lock_guard<std::mutex> lock(workerMutex);
