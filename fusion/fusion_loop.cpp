@@ -191,6 +191,7 @@ void FusionWorker::collectSkeletons() {
         if (!calibration.state.calibratedPoses.empty()) associator.setPoses(calibration.state.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
         emit cameraPeople(associator.cameraPeople());
+        reseedStarvedCamera();
         // One frame per person; a nanosecond apart keeps them distinct in the store.
         for (size_t i = 0; i < people.size(); ++i) {
             calibration.frames.add(lum::Timestamp(static_cast<uint64_t>(now) + i), people[i]);
@@ -249,6 +250,19 @@ void FusionWorker::reseedCamera(int camera) {
     calibrationFrames = static_cast<int>(calibration.frames.size());
     associator.forgetCamera(camera);
     associator.setPoses(calibration.state.calibratedPoses);
+    pairingWatch.forget(camera);
+}
+
+void FusionWorker::reseedStarvedCamera() {
+    std::set<int> placed;
+    for (const auto& [camera, pose] : calibration.state.calibratedPoses) placed.insert(camera);
+    pairingWatch.observe(clock->nowNs(), associator.cameraPeople(), placed);
+    // A solve under way would bring the pose back when it lands.
+    if (solver.busy()) return;
+    std::set<int> starved;
+    for (int camera : pairingWatch.starved())
+        if (associator.poseContradicted(camera)) starved.insert(camera);
+    for (int camera : reseeds.reviewStarved(starved)) reseedCamera(camera);
 }
 
 void FusionWorker::updateClocks() {
@@ -489,6 +503,7 @@ calib::KeypointDrops FusionWorker::droppedKeypoints() const {
 void FusionWorker::resetCalibration() {
     associator.clear();
     reseeds = calib::ReseedPolicy();
+    pairingWatch = calib::PairingWatch();
     captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.

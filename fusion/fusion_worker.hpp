@@ -24,6 +24,7 @@
 #include "calibration/clock_aligner.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
+#include "calibration/pairing_watch.hpp"
 #include "calibration/reseed_policy.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/body_source.hpp"
@@ -177,6 +178,8 @@ private:
     void applySolvedCalibration();
     // Drops `camera`'s frames and pose: the next solves place it anew from pose-free pairings.
     void reseedCamera(int camera);
+    // Finds anew a camera that keeps seeing people no body of which pairs through its pose.
+    void reseedStarvedCamera();
     void showThroughCalibration();
     void watchForDrift();
     void updateClocks();
@@ -249,6 +252,7 @@ private:
 
     CalibrationRunner solver;
     calib::ReseedPolicy reseeds;
+    calib::PairingWatch pairingWatch;
     DriftMonitor driftMonitor;
     // A room whose cameras all stand at the origin has no calibration to drift from.
     bool roomPosed = false;

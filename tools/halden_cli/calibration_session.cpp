@@ -41,21 +41,8 @@ std::optional<double> roomRmsMm(const CalibrationReport& report) {
     return std::sqrt(sum / blocks);
 }
 
-// Ten significant digits: the last bits of a covariance depend on where the heap put its
-// matrices (vectorised sums start where memory is aligned), and no figure here means more.
-void roundFigures(nlohmann::ordered_json& value) {
-    if (value.is_number_float()) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.10g", value.get<double>());
-        value = std::strtod(text, nullptr);
-        return;
-    }
-    if (value.is_structured())
-        for (nlohmann::ordered_json& item : value) roundFigures(item);
-}
-
-// A replay's report leaves out the solve's wall time and rounds its figures, so that every
-// replay of a recording writes the same bytes.
+// A replay's report leaves out the solve's wall time, so that every replay of a recording
+// writes the same bytes.
 bool writeReport(const std::string& path, const CalibrationReport& report, bool replayed, std::string& problem) {
     // Checked again: in the minute of walking, the name may have become a link or a device.
     const std::string target = writableTarget(path, "--report", problem);
@@ -66,10 +53,7 @@ bool writeReport(const std::string& path, const CalibrationReport& report, bool 
         return false;
     }
     nlohmann::ordered_json document = toJson(report);
-    if (replayed) {
-        document.erase("solveSeconds");
-        roundFigures(document);
-    }
+    if (replayed) document.erase("solveSeconds");
     const std::string text = document.dump(2) + "\n";
     file.write(text.data(), static_cast<qint64>(text.size()));
     if (!file.commit()) {
