@@ -70,6 +70,26 @@ TEST_F(OneCamera, AStampAnHourAheadAClockTwoSecondsAheadOrASilenceIsNamed) {
     expectPlaced(scene, quiet);
 }
 
+// A clock 0.3 s ahead pairs the camera with nobody until the walk tells it; the frames
+// of those first seconds are made again on it, not lost.
+TEST_F(OneCamera, AClockFoundLateCostsNoFrames) {
+    const auto sharedBy = [](const tampered::Outcome& outcome, int camera) {
+        int shared = 0;
+        for (const CameraCalibrationReport& entry : outcome.lastUsable->cameras)
+            if (entry.camera == camera)
+                for (const auto& [other, frames] : entry.framesSharedWith) shared = std::max(shared, frames);
+        return shared;
+    };
+    const tampered::Outcome clean = tampered::calibrate(scene, kWalkSeconds, nullptr);
+    const tampered::Outcome late = tampered::calibrate(scene, kWalkSeconds, [](int serial, double, lum::Bodies& b) {
+        if (serial == 41002) shiftStamp(b, 300'000'000);
+    });
+    ASSERT_TRUE(clean.lastUsable && late.lastUsable);
+    expectPlaced(scene, late);
+    EXPECT_GE(sharedBy(late, 41002), sharedBy(clean, 41002) * 9 / 10);
+    EXPECT_GE(late.frames, clean.frames * 9 / 10);
+}
+
 TEST_F(OneCamera, BodiesRepeatedUnderOneIdAreRefused) {
     const tampered::Outcome twice = tampered::calibrate(scene, kWalkSeconds, [](int serial, double, lum::Bodies& b) {
         if (serial != 41004) return;
