@@ -421,6 +421,8 @@ TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
         const ScopedVariable tunables("GLIBC_TUNABLES", heap);
         const CliRun replayed = runCli({"calibrate", "--replay", first, "--output", room, "--report", report, "--json"});
         EXPECT_TRUE(replayed.status == 0 || replayed.status == 7) << replayed.out << replayed.err;
+        // Its progress runs on the recording's time and knows its length.
+        EXPECT_NE(replayed.err.find("/15 s"), std::string::npos) << replayed.err;
         rooms.push_back(readAll(room));
         reports.push_back(readAll(report));
         results.push_back(replayed.out);

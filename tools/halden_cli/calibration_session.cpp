@@ -82,7 +82,7 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
                                        std::unique_ptr<rec::RecordingReader> replay_)
     : options(std::move(options_)), room(std::move(room_)),
       prompts(std::make_shared<GatedPrompts>([this] { return allowSave(); })),
-      replay(std::move(replay_)) {
+      replay(std::move(replay_)), replaySpan(replay ? rec::captureSpan(options.replay) : rec::CaptureSpan()) {
     for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
@@ -164,6 +164,13 @@ ProgressLine::State CalibrationSession::progressState() const {
     state.lastRmsMm = lastRmsMm;
     state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
     state.totalSeconds = options.seconds;
+    if (replaySource) {
+        // A replay runs many times faster than it was recorded: it counts the recording's time.
+        const int64_t into = worker.pipelineNowNs() - static_cast<int64_t>(replaySpan.firstNs);
+        state.elapsedSeconds = into > 0 ? static_cast<int>(into / 1000000000) : 0;
+        const int length = static_cast<int>(std::lround(double(replaySpan.lastNs - replaySpan.firstNs) * 1e-9));
+        state.totalSeconds = options.seconds > 0 ? std::min(options.seconds, length) : length;
+    }
     state.people = people;
     state.reseeding = reseeding;
     return state;
