@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-#include "covariance.hpp"
+#include "lum/covariance.hpp"
 #include "pyra_sim/scene.hpp"
 #include "sim/hash_random.hpp"
 #include "sim/people.hpp"
@@ -29,7 +29,7 @@ struct OutputFrame {
     lum::Vector3f point(const lum::Vector3f& p) const { return axes * p * scale; }
 
     std::array<float, 6> covariance(const float c[3][3]) const {
-        return pyra::transformCovariance(axes, scale, upperTriangle(c));
+        return lum::transformCovariance(axes, scale, upperTriangle(c));
     }
 };
 
