@@ -1,4 +1,3 @@
 # The accuracy benchmark records scenes of the simulated room and calibrates the recordings
 # through the fusion worker, as halden-cli does.
-target_sources(accuracy_bench PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/replayed_walk.cpp)
-target_link_libraries(accuracy_bench PRIVATE halden_fusion halden_recording halden_workspace)
+target_link_libraries(accuracy_bench PRIVATE halden_bench_support)

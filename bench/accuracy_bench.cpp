@@ -1,7 +1,5 @@
 // Calibration accuracy against the simulated room's truth: six rooms, 60 s of one person
 // walking recorded on the virtual clock, calibrated from the recording with each model.
-#include <QTemporaryDir>
-
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 
 #include <Eigen/Geometry>
 
+#include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "pyra_sim/scene.hpp"
@@ -136,11 +135,8 @@ BENCHMARK(BM_Accuracy)->DenseRange(0, 5)->Iterations(1)->Unit(benchmark::kSecond
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir scratch;
-    folder = scratch.path().toStdString();
-    replayed::prepareProcess(folder);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
+    folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
+    bench::runBenchmarks(argc, argv);
     std::printf("\n| room | model | rotation worst / median (deg) | position worst / median (mm) | floor tilt (deg) | "
                 "worst camera height error (mm) |\n|---|---|---|---|---|---|\n");
     for (const std::string& line : table) std::printf("%s\n", line.c_str());

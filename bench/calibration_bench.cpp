@@ -26,11 +26,15 @@ enum Phase { kCold, kWarm, kRunner };
 const char* const kKindNames[] = {"fast", "literal", "refined"};
 const char* const kPhaseNames[] = {"cold", "warm", "runner"};
 
+// A live calibration solves again once more than ten frames arrived since the last solve.
+constexpr int kNewerFrames = 11;
+
 // Stores are built once per case and copied outside the timed region, so every repetition
 // solves the same frames from the same start.
 struct Case {
     Calibration fresh;   // as collected
     Calibration solved;  // after one cold solve: the start of every warm solve
+    Calibration newer;   // the frames a live session collects before it solves again
 };
 
 const Case& prepared(int cameras, int frames, Kind kind) {
@@ -47,12 +51,14 @@ const Case& prepared(int cameras, int frames, Kind kind) {
     room.feed(made.fresh, frames);
     made.solved = made.fresh;
     made.solved.calibrate();
+    room.feed(made.newer, kNewerFrames, 0.5 * frames);
     return made;
 }
 
-// Cold: a first solve of a full store. Warm: the next solve of the same store, started
-// from the last one's poses, as every re-solve of a live calibration is. Runner: a warm
-// solve with its report and uncertainty, all that the calibration runner does per solve.
+// Cold: a first solve of a full store. Warm: the next solve of the same store with eleven
+// frames more, started from the last one's poses, as every re-solve of a live calibration
+// is. Runner: a warm solve with its report and uncertainty, all that the calibration runner
+// does per solve.
 void solve(benchmark::State& state, int cameras, int frames, Kind kind, Phase phase) {
     const Case& source = prepared(cameras, frames, kind);
     for (auto _ : state) {
@@ -63,6 +69,8 @@ void solve(benchmark::State& state, int cameras, int frames, Kind kind, Phase ph
             // already gathered, and a first solve finds none gathered.
             calibration->options = source.fresh.options;
             for (const auto& [ts, bodies] : source.fresh.frames) calibration->frames.add(ts, bodies);
+        } else {
+            for (const auto& [ts, bodies] : source.newer.frames) calibration->frames.add(ts, bodies);
         }
         state.ResumeTiming();
         const bool usable = calibration->calibrate();

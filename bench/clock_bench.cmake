@@ -1,3 +1,3 @@
 # The clock benchmark calibrates through the real fusion worker on the simulated room's
 # virtual clock.
-target_link_libraries(clock_bench PRIVATE halden_fusion halden_workspace)
+target_link_libraries(clock_bench PRIVATE halden_bench_support)

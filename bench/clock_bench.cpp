@@ -1,7 +1,5 @@
 // Camera clocks found from the walk: 60 s of the default room on the virtual clock through
 // the fusion worker halden-cli runs, two cameras' clocks set apart; and what an estimate costs.
-#include <QCoreApplication>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <benchmark/benchmark.h>
@@ -17,6 +15,7 @@
 
 #include <Eigen/Geometry>
 
+#include "bench/bench_process.hpp"
 #include "calibration/clock_aligner.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
@@ -140,15 +139,8 @@ BENCHMARK(BM_ClockEstimate)->Arg(2)->Arg(4)->Repetitions(3)->Unit(benchmark::kMi
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir folder;
-    setenv("PYRA_RUNTIME_DIR", folder.path().toUtf8().constData(), 1);
-    setenv("PYRA_MODEL_CACHE", folder.path().toUtf8().constData(), 1);
-    setenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0", 1);
-    setenv("PYRA_SIM_CLOCK", "virtual", 1);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
+    bench::runBenchmarks(argc, argv);
     std::printf("| offset (41002; 41004 -0.6x) | clocks known | worst clock error | worst 1-sigma | poses from the synchronised run |\n");
     std::printf("|---|---|---|---|---|\n");
     for (const std::string& line : table) std::printf("%s\n", line.c_str());

@@ -1,4 +1,3 @@
 # The crowd benchmark associates with halden_calibration, and records scenes of the simulated
 # room and calibrates the recordings through the fusion worker, as halden-cli does.
-target_sources(crowd_bench PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/replayed_walk.cpp)
-target_link_libraries(crowd_bench PRIVATE halden_calibration halden_fusion halden_recording halden_workspace)
+target_link_libraries(crowd_bench PRIVATE halden_calibration halden_bench_support)

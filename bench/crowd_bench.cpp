@@ -1,13 +1,12 @@
 // Rooms with several people: what one association instant costs, and for scenes of one to
 // four people recorded and calibrated from the recordings, frames a minute and worst errors.
-#include <QTemporaryDir>
-
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
 #include "testing/crowd_room.hpp"
 
@@ -109,12 +108,8 @@ void printTable(double bias) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir scratch;
-    folder = scratch.path().toStdString();
-    replayed::prepareProcess(folder);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
+    bench::runBenchmarks(argc, argv);
     printTable(0.03);
     printTable(0.0);
     return 0;

@@ -2,13 +2,11 @@
 // makes, waiting on flags its thread sets, and the saved poses scored against the truth.
 #include "bench/replayed_walk.hpp"
 
-#include <QCoreApplication>
 #include <QThread>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <mutex>
 
 #include "fusion/fusion_worker.hpp"
@@ -43,18 +41,6 @@ std::vector<double> valuesOf(const std::map<int, double>& values) {
 }
 
 }  // namespace
-
-void prepareProcess(const std::string& scratchFolder) {
-    setenv("PYRA_RUNTIME_DIR", scratchFolder.c_str(), 1);
-    setenv("PYRA_MODEL_CACHE", scratchFolder.c_str(), 1);
-    setenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0", 1);
-    setenv("PYRA_SIM_CLOCK", "virtual", 1);
-    unsetenv("PYRA_SIM_SCENE");
-    static int argc = 1;
-    static char name[] = "bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication application(argc, argv);
-}
 
 uint64_t record(const pyra_sim::Scene& scene, int seconds, const std::string& path) {
     pyra_sim::setActiveScene(scene);

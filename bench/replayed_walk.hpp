@@ -12,10 +12,6 @@
 
 namespace replayed {
 
-// Before any run: the virtual room clock and a private runtime folder, and the Qt
-// application the worker's signals need. Call once from main().
-void prepareProcess(const std::string& scratchFolder);
-
 // Records `seconds` of `scene` into `path`; the captures written (0: the room did not run).
 uint64_t record(const pyra_sim::Scene& scene, int seconds, const std::string& path);
 

@@ -1,3 +1,3 @@
 # The stall benchmark drives the real fusion worker on the simulated room, with a
 # synthetic calibration store.
-target_link_libraries(stall_bench PRIVATE halden_fusion halden_workspace halden_testing)
+target_link_libraries(stall_bench PRIVATE halden_bench_support halden_testing)

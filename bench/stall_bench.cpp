@@ -1,7 +1,5 @@
 // How long the fusion loop goes without calling process() while a Refined calibration of
 // 1200 frames of the default room is solved, against the loop at rest and the solve inline.
-#include <QCoreApplication>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <benchmark/benchmark.h>
@@ -10,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 
+#include "bench/bench_process.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
 #include "testing/synthetic_store.hpp"
@@ -102,13 +101,7 @@ BENCHMARK(BM_InlineSolve)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(t
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir folder;
-    setenv("PYRA_RUNTIME_DIR", folder.path().toUtf8().constData(), 1);
-    setenv("PYRA_MODEL_CACHE", folder.path().toUtf8().constData(), 1);
-    setenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0", 1);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    bench::prepareProcess(argc, argv, bench::RoomClock::Wall);
+    bench::runBenchmarks(argc, argv);
     return 0;
 }

@@ -1,7 +1,5 @@
 // Does the stated pose uncertainty cover the true error? Walks through several simulated
 // rooms, recorded and calibrated from the recordings; each stated 1-sigma against the truth.
-#include <QTemporaryDir>
-
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
 #include "calibration/calibration_verdict.hpp"
 #include "testing/sim_walk.hpp"
@@ -79,12 +78,8 @@ BENCHMARK(uncertaintyCost)->Arg(int(Model::Classic))->Arg(int(Model::Refined))->
 }  // namespace
 
 int main(int argc, char** argv) {
-    QTemporaryDir scratch;
-    folder = scratch.path().toStdString();
-    replayed::prepareProcess(folder);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
+    bench::runBenchmarks(argc, argv);
     const std::vector<simwalk::NamedScene> scenes = simwalk::coverageScenes();
     for (size_t i = 0; i < scenes.size(); ++i) replayed::record(scenes[i].scene, kLongestWalk, recordingOf(i));
     for (Model model : {Model::Classic, Model::Refined})

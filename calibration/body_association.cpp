@@ -263,6 +263,30 @@ void BodyAssociator::confirmWithoutPoses(int cameraA, int cameraB, const std::ve
     }
 }
 
+bool BodyAssociator::poseContradicted(int camera) const {
+    auto own = poses_.find(camera);
+    if (own == poses_.end()) return false;
+    for (const auto& [key, candidate] : candidates_) {
+        if (key.first.first != camera && key.second.first != camera) continue;
+        auto a = poses_.find(key.first.first);
+        auto b = poses_.find(key.second.first);
+        if (a == poses_.end() || b == poses_.end()) continue;
+        if (instant_ - candidate.lastInstant > options_.missesToDrop) continue;
+        // Only the latest instants: the pose may have been right for the older ones.
+        Candidate recent;
+        const size_t keep = std::min(candidate.samples.size(), size_t(std::max(options_.minSamples, 1)));
+        recent.samples.assign(candidate.samples.end() - long(keep), candidate.samples.end());
+        const Fit f = fit(recent);
+        if (!f.eligible || !(f.rms <= options_.maxFitRms) || !(f.shape <= options_.maxShapeDifference)) continue;
+        const Eigen::Isometry3d throughPoses = a->second.inverse() * b->second;
+        std::vector<double> distances;
+        for (const Sample& s : recent.samples) distances.push_back(meanDistance(s.a, s.b, throughPoses));
+        std::nth_element(distances.begin(), distances.begin() + long(distances.size() / 2), distances.end());
+        if (distances[distances.size() / 2] > options_.gate) return true;
+    }
+    return false;
+}
+
 void BodyAssociator::confirm(const LinkKey& key, const Eigen::Isometry3d& bToA) {
     links_[key] = 0;
     Candidate& candidate = candidates_[key];

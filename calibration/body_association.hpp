@@ -84,6 +84,11 @@ public:
     const std::map<TrackKey, int>& persons() const { return personOf_; }
     const std::map<LinkKey, int>& links() const { return links_; }  // value: misses in a row
 
+    // Whether a recent track of `camera` fits a track of another posed camera rigidly, as one
+    // person does, yet lies outside the gate through the two poses: evidence that one of
+    // them is wrong, gathered even while nothing pairs through them.
+    bool poseContradicted(int camera) const;
+
     void clear();
     // Forgets every pairing, candidate and transform of `camera`, whose pose is being found
     // anew: its bodies are paired without poses again.

@@ -46,15 +46,24 @@ void squaredResiduals(const calib::SolveRecord& record, const Poses& poses, cons
 // residual variance; false when the problem is not finite or Ceres finds it rank deficient.
 bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
                      std::map<int, Eigen::Matrix3d>& translation) {
-    Poses poses = record.after;
+    // Ceres orders the covariance's columns by the parameter blocks' addresses, and map nodes
+    // lie wherever the heap put them, which would change the last bits of every sigma from
+    // run to run. One array in serial order sums the same way every time.
+    std::vector<SkeletonMulticameraCalibration::PoseStruct> blocks;
+    for (const auto& [camera, pose] : record.after) blocks.push_back(pose);
+    calib::PoseRefs poses;
+    size_t next = 0;
+    for (const auto& [camera, pose] : record.after) poses[camera] = &blocks[next++];
+    for (const calib::CameraPairData& pair : *record.pairs)
+        if (!poses.count(pair.cameraA) || !poses.count(pair.cameraB)) return false;
     calib::PairProblem fast(record.pairs.get(), poses, record.robust, 2, record.reference);
     fast.evaluator().setWeighted(record.weighted);
     ceres::Problem& problem = fast.problem();
     std::vector<std::pair<const double*, const double*>> wanted;
     for (auto& [camera, pose] : poses) {
-        if (camera == record.reference || !problem.HasParameterBlock(pose.q)) continue;
-        wanted.push_back({pose.q, pose.q});
-        wanted.push_back({pose.t, pose.t});
+        if (camera == record.reference || !problem.HasParameterBlock(pose->q)) continue;
+        wanted.push_back({pose->q, pose->q});
+        wanted.push_back({pose->t, pose->t});
     }
     calib::PairEvaluator& evaluator = fast.evaluator();
     evaluator.PrepareForEvaluation(true, true);
@@ -73,10 +82,10 @@ bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matr
     const double dof = 3.0 * record.residualBlocks - 6.0 * double(wanted.size() / 2);
     const double variance = dof > 0 ? 2.0 * cost / dof : std::numeric_limits<double>::quiet_NaN();
     for (auto& [camera, pose] : poses) {
-        if (camera == record.reference || !problem.HasParameterBlock(pose.q)) continue;
+        if (camera == record.reference || !problem.HasParameterBlock(pose->q)) continue;
         Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
-        covariance.GetCovarianceBlockInTangentSpace(pose.q, pose.q, r.data());
-        covariance.GetCovarianceBlockInTangentSpace(pose.t, pose.t, t.data());
+        covariance.GetCovarianceBlockInTangentSpace(pose->q, pose->q, r.data());
+        covariance.GetCovarianceBlockInTangentSpace(pose->t, pose->t, t.data());
         rotation[camera] = variance * r;
         translation[camera] = variance * t;
     }

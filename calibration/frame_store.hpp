@@ -13,6 +13,7 @@
 
 #include "calibration/keypoint_filter.hpp"
 #include "calibration/keypoint_pairs.hpp"
+#include "calibration/refined_moments.hpp"
 #include "calibration/refined_solver.hpp"
 #include "lum/records.hpp"
 
@@ -34,6 +35,8 @@ public:
     const std::vector<FramePair>& framePairs() const;
     int jointsLeftOut() const;
     bool collected() const { return collectedFlag_.load(std::memory_order_acquire); }
+    // The refined solve's sums of these frame pairs, kept for the next solve.
+    MomentCache& moments() const { return moments_; }
 
 private:
     void collect() const;
@@ -43,6 +46,7 @@ private:
     mutable std::vector<FramePair> pairs_;
     mutable int leftOut_ = 0;
     mutable std::atomic<bool> collectedFlag_{false};
+    mutable MomentCache moments_;
 };
 
 class FrameStore {

@@ -247,12 +247,12 @@ ceres::CostFunction* PairEvaluator::makeCostFunction(size_t pair) {
 
 namespace {
 
-std::vector<PairPoses> pairPoses(const std::vector<CameraPairData>& pairs, PoseMap& poses) {
+std::vector<PairPoses> pairPoses(const std::vector<CameraPairData>& pairs, const PoseRefs& poses) {
     std::vector<PairPoses> out;
     for (const CameraPairData& pair : pairs) {
-        auto& a = poses[pair.cameraA];
-        auto& b = poses[pair.cameraB];
-        out.push_back({a.q, a.t, b.q, b.t});
+        const auto* a = poses.at(pair.cameraA);
+        const auto* b = poses.at(pair.cameraB);
+        out.push_back({a->q, a->t, b->q, b->t});
     }
     return out;
 }
@@ -265,23 +265,37 @@ ceres::Problem::Options withCallback(ceres::EvaluationCallback* callback) {
 
 }  // namespace
 
+PoseRefs PairProblem::refsOf(const std::vector<CameraPairData>& pairs, PoseMap& poses) {
+    for (const CameraPairData& pair : pairs) {
+        poses[pair.cameraA];
+        poses[pair.cameraB];
+    }
+    PoseRefs refs;
+    for (auto& [camera, pose] : poses) refs[camera] = &pose;
+    return refs;
+}
+
 PairProblem::PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, PoseMap& poses, bool robust,
+                         int numThreads, int reference)
+    : PairProblem(pairs, refsOf(*pairs, poses), robust, numThreads, reference) {}
+
+PairProblem::PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, const PoseRefs& poses, bool robust,
                          int numThreads, int reference)
     : evaluator_(pairs, pairPoses(*pairs, poses), robust, numThreads), problem_(withCallback(&evaluator_)) {
     for (size_t i = 0; i < pairs->size(); ++i) {
-        auto& a = poses[(*pairs)[i].cameraA];
-        auto& b = poses[(*pairs)[i].cameraB];
-        problem_.AddResidualBlock(evaluator_.makeCostFunction(i), nullptr, a.q, a.t, b.q, b.t);
+        auto* a = poses.at((*pairs)[i].cameraA);
+        auto* b = poses.at((*pairs)[i].cameraB);
+        problem_.AddResidualBlock(evaluator_.makeCostFunction(i), nullptr, a->q, a->t, b->q, b->t);
     }
     ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
     bool used = false;
     for (auto& [camera, pose] : poses) {
-        if (!problem_.HasParameterBlock(pose.q)) continue;
-        problem_.SetManifold(pose.q, manifold);
+        if (!problem_.HasParameterBlock(pose->q)) continue;
+        problem_.SetManifold(pose->q, manifold);
         used = true;
         if (camera != reference) continue;
-        problem_.SetParameterBlockConstant(pose.q);
-        problem_.SetParameterBlockConstant(pose.t);
+        problem_.SetParameterBlockConstant(pose->q);
+        problem_.SetParameterBlockConstant(pose->t);
     }
     if (!used) delete manifold;
 }

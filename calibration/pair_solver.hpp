@@ -79,6 +79,7 @@ private:
 };
 
 using PoseMap = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
+using PoseRefs = std::map<int, SkeletonMulticameraCalibration::PoseStruct*>;
 
 // The fast calibration problem on `poses`: one batched block per ordered camera pair, the
 // quaternion manifold on every camera in it, and the camera `reference` held fixed
@@ -87,11 +88,16 @@ class PairProblem {
 public:
     PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, PoseMap& poses, bool robust,
                 int numThreads, int reference);
+    // The same on poses kept elsewhere; every camera of `pairs` must be there.
+    PairProblem(std::shared_ptr<const std::vector<CameraPairData>> pairs, const PoseRefs& poses, bool robust,
+                int numThreads, int reference);
 
     PairEvaluator& evaluator() { return evaluator_; }
     ceres::Problem& problem() { return problem_; }
 
 private:
+    static PoseRefs refsOf(const std::vector<CameraPairData>& pairs, PoseMap& poses);
+
     PairEvaluator evaluator_;
     ceres::Problem problem_;
 };

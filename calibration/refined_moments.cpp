@@ -3,6 +3,7 @@
 #include "calibration/refined_moments.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <map>
 #include <thread>
@@ -20,7 +21,8 @@ constexpr int kTangent = 14;       // turn, shift and bias of A, then of B
 constexpr int kRows = kTangent + 1;
 
 // Sums of c_k c_l (k <= l, row by row) times each of the six distinct entries of G.
-using Accumulator = Eigen::Matrix<double, kPacked, 6>;
+using Accumulator = PackedMoments;
+static_assert(kPacked == PackedMoments::RowsAtCompileTime, "one packed layout");
 
 struct CameraState {
     Eigen::Matrix3d rotation;
@@ -77,50 +79,143 @@ MomentMatrix unpack(const Accumulator& sums) {
 
 }  // namespace
 
-std::vector<PairMoments> sumMoments(const FramePairList& pairs, size_t begin, size_t end,
-                                    const std::map<int, CameraUnknowns>& cameras, const RefinedOptions& options,
-                                    MomentWeights weights, int threads) {
-    end = std::min(end, pairs.size());
-    begin = std::min(begin, end);
-    std::map<std::pair<int, int>, size_t> index;
-    for (size_t i = begin; i < end; ++i) index.emplace(std::make_pair(pairs[i].cameraA, pairs[i].cameraB), 0);
-    std::vector<PairMoments> out;
-    for (auto& [key, slot] : index) {
-        slot = out.size();
-        out.emplace_back();
-        out.back().cameraA = key.first;
-        out.back().cameraB = key.second;
+namespace {
+
+using PairKey = std::pair<int, int>;
+using PartSums = std::map<PairKey, PackedMoments>;
+
+bool near(const CameraUnknowns& kept, const CameraUnknowns& now, const RefinedOptions& options) {
+    const double dot = std::abs(kept.q[0] * now.q[0] + kept.q[1] * now.q[1] + kept.q[2] * now.q[2] + kept.q[3] * now.q[3]);
+    const double turn = 2.0 * std::acos(std::min(1.0, dot));
+    const double shift = std::sqrt((kept.t[0] - now.t[0]) * (kept.t[0] - now.t[0]) +
+                                   (kept.t[1] - now.t[1]) * (kept.t[1] - now.t[1]) +
+                                   (kept.t[2] - now.t[2]) * (kept.t[2] - now.t[2]));
+    return turn <= options.keepSumsTurn && shift <= options.keepSumsShift &&
+           std::abs(kept.bias - now.bias) <= options.keepSumsShift;
+}
+
+}  // namespace
+
+// Sums one stretch of a part: from its cache where the cameras stayed close, anew elsewhere.
+struct MomentSummer {
+    const std::map<int, CameraUnknowns>& cameras;
+    const std::map<int, CameraState>& states;
+    const RefinedOptions& options;
+    MomentWeights weights;
+
+    PartSums sum(const MomentPart& part, size_t begin, size_t end) const {
+        PartSums out;
+        std::unique_lock<std::mutex> lock;
+        if (part.kept) lock = std::unique_lock<std::mutex>(part.kept->mutex_);
+        std::map<PairKey, bool> fresh;  // true: summed here, false: taken as kept
+        for (size_t i = begin; i < end; ++i) {
+            const FramePair& pair = part.pairs[i];
+            const PairKey key{pair.cameraA, pair.cameraB};
+            auto a = states.find(pair.cameraA), b = states.find(pair.cameraB);
+            if (a == states.end() || b == states.end()) continue;
+            auto known = fresh.find(key);
+            if (known == fresh.end()) known = fresh.emplace(key, !takeKept(part, key, out)).first;
+            if (!known->second) continue;
+            auto slot = out.try_emplace(key, PackedMoments::Zero()).first;
+            accumulate(pair, a->second, b->second, options, weights, slot->second);
+        }
+        if (!part.kept) return out;
+        for (const auto& [key, summed] : fresh) {
+            if (!summed) continue;
+            if (weights == MomentWeights::Identity) {
+                part.kept->identity_[key] = out.at(key);
+            } else {
+                MomentCache::Entry& entry = part.kept->refined_[key];
+                entry.a = cameras.at(key.first);
+                entry.b = cameras.at(key.second);
+                entry.jointSigma = options.jointSigma;
+                entry.huberSigmas = options.huberSigmas;
+                entry.sums = out.at(key);
+            }
+        }
+        return out;
     }
+
+private:
+    bool takeKept(const MomentPart& part, const PairKey& key, PartSums& out) const {
+        if (!part.kept) return false;
+        if (weights == MomentWeights::Identity) {
+            auto found = part.kept->identity_.find(key);
+            if (found == part.kept->identity_.end()) return false;
+            out[key] = found->second;
+            return true;
+        }
+        auto found = part.kept->refined_.find(key);
+        if (found == part.kept->refined_.end()) return false;
+        const MomentCache::Entry& entry = found->second;
+        if (entry.jointSigma != options.jointSigma || entry.huberSigmas != options.huberSigmas ||
+            !near(entry.a, cameras.at(key.first), options) || !near(entry.b, cameras.at(key.second), options))
+            return false;
+        out[key] = entry.sums;
+        return true;
+    }
+};
+
+std::vector<PairMoments> sumMoments(const std::vector<MomentPart>& parts, const std::map<int, CameraUnknowns>& cameras,
+                                    const RefinedOptions& options, MomentWeights weights, int threads) {
     std::map<int, CameraState> states;
     for (const auto& [camera, u] : cameras)
         states[camera] = {Eigen::Quaterniond(u.q[3], u.q[0], u.q[1], u.q[2]).toRotationMatrix(),
                           Eigen::Vector3d(u.t[0], u.t[1], u.t[2]), u.bias};
-    std::vector<size_t> slotOf(end - begin);
-    std::vector<std::pair<const CameraState*, const CameraState*>> stateOf(end - begin);
-    for (size_t i = begin; i < end; ++i) {
-        slotOf[i - begin] = index.at({pairs[i].cameraA, pairs[i].cameraB});
-        stateOf[i - begin] = {&states.at(pairs[i].cameraA), &states.at(pairs[i].cameraB)};
-    }
 
-    // Two fixed halves, summed each in order and then added: the same result on one thread.
-    const size_t middle = begin + (end - begin) / 2;
-    std::vector<Accumulator> lanes[2];
-    for (auto& lane : lanes) lane.assign(out.size(), Accumulator::Zero());
-    auto sumLane = [&](int lane, size_t from, size_t to) {
-        for (size_t i = from; i < to; ++i)
-            accumulate(pairs[i], *stateOf[i - begin].first, *stateOf[i - begin].second, options, weights,
-                       lanes[lane][slotOf[i - begin]]);
+    // Fixed stretches: a kept part whole (its cache is per part), any other in two halves.
+    struct Stretch {
+        const MomentPart* part;
+        size_t begin, end;
     };
-    if (threads > 1 && middle > begin) {
-        std::thread helper(sumLane, 1, middle, end);
-        sumLane(0, begin, middle);
+    std::vector<Stretch> stretches;
+    for (const MomentPart& part : parts) {
+        const size_t end = std::min(part.end, part.pairs.size()), begin = std::min(part.begin, end);
+        if (begin == end) continue;
+        if (part.kept) {
+            stretches.push_back({&part, begin, end});
+        } else {
+            const size_t middle = begin + (end - begin) / 2;
+            stretches.push_back({&part, begin, middle});
+            stretches.push_back({&part, middle, end});
+        }
+    }
+    const MomentSummer summer{cameras, states, options, weights};
+    std::vector<PartSums> sums(stretches.size());
+    std::atomic<size_t> next{0};
+    auto work = [&] {
+        for (size_t i = next++; i < stretches.size(); i = next++)
+            sums[i] = summer.sum(*stretches[i].part, stretches[i].begin, stretches[i].end);
+    };
+    if (threads > 1 && stretches.size() > 1) {
+        std::thread helper(work);
+        work();
         helper.join();
     } else {
-        sumLane(0, begin, middle);
-        sumLane(1, middle, end);
+        work();
     }
-    for (size_t slot = 0; slot < out.size(); ++slot) out[slot].q = unpack(lanes[0][slot] + lanes[1][slot]);
+
+    std::map<PairKey, PackedMoments> total;
+    for (const PartSums& part : sums)
+        for (const auto& [key, packed] : part) {
+            auto slot = total.try_emplace(key, PackedMoments::Zero()).first;
+            slot->second += packed;
+        }
+    std::vector<PairMoments> out;
+    out.reserve(total.size());
+    for (const auto& [key, packed] : total) {
+        out.emplace_back();
+        out.back().cameraA = key.first;
+        out.back().cameraB = key.second;
+        out.back().q = unpack(packed);
+    }
     return out;
+}
+
+std::vector<PairMoments> sumMoments(const FramePairList& pairs, size_t begin, size_t end,
+                                    const std::map<int, CameraUnknowns>& cameras, const RefinedOptions& options,
+                                    MomentWeights weights, int threads) {
+    return sumMoments({MomentPart{pairs, begin, end, nullptr}}, cameras, options, weights, threads);
 }
 
 PairMomentCost::PairMomentCost(const PairMoments& moments) : moments_(moments) {

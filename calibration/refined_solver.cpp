@@ -284,23 +284,32 @@ bool solvePairs(const std::vector<PairMoments>& moments, std::map<int, CameraUnk
 
 }  // namespace
 
-bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+bool solveLeastSquares(const std::vector<MomentPart>& parts, std::map<int, CameraUnknowns>& cameras, int reference,
                        int maxIterations) {
     const RefinedOptions plain;
-    const std::vector<PairMoments> moments =
-        sumMoments(pairs, 0, pairs.size(), cameras, plain, MomentWeights::Identity, kSolveThreads);
+    const std::vector<PairMoments> moments = sumMoments(parts, cameras, plain, MomentWeights::Identity, kSolveThreads);
     return solvePairs(moments, cameras, reference, plain, false, maxIterations);
 }
 
-bool solveRefined(const FramePairList& pairs, size_t begin, size_t end,
-                  std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds) {
+bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                       int maxIterations) {
+    return solveLeastSquares({MomentPart{pairs}}, cameras, reference, maxIterations);
+}
+
+bool solveRefined(const std::vector<MomentPart>& parts, std::map<int, CameraUnknowns>& cameras, int reference,
+                  const RefinedOptions& options, int rounds) {
     for (int round = 0; round < rounds; ++round) {
         const std::vector<PairMoments> moments =
-            sumMoments(pairs, begin, end, cameras, options, MomentWeights::Refined, kSolveThreads);
+            sumMoments(parts, cameras, options, MomentWeights::Refined, kSolveThreads);
         if (!solvePairs(moments, cameras, reference, options, options.estimateBias, options.maxIterations))
             return false;
     }
     return true;
+}
+
+bool solveRefined(const FramePairList& pairs, size_t begin, size_t end,
+                  std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds) {
+    return solveRefined({MomentPart{pairs, begin, end}}, cameras, reference, options, rounds);
 }
 
 bool solveRefined(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,

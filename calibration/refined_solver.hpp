@@ -29,6 +29,12 @@ struct RefinedOptions {
     double ankleHeight = 0.02;
     // Iterations each reweighting round may take.
     int maxIterations = 20;
+    // A camera pair's sums taken at poses this close (position and bias in metres, turn in
+    // radians) stand for sums at the poses asked for: a weight changes by about the turn
+    // times the covariance's elongation, and the residual's Huber weight by the shift over
+    // a joint's sigma (1-3 cm), both a few parts in ten thousand. Zero sums every solve anew.
+    double keepSumsShift = 5e-4;
+    double keepSumsTurn = 1e-4;
 };
 
 // One joint seen by two cameras at the same instant, each in its own frame.
@@ -109,9 +115,13 @@ void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>
 // The solves sum their pairs on two threads, split the same way on any machine.
 constexpr int kSolveThreads = 2;
 
+struct MomentPart;
+
 // Plain least squares of the joints' distances, biases held: what finds the basin for a
 // first solve from nowhere. False when the solve gave no usable result.
 bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                       int maxIterations);
+bool solveLeastSquares(const std::vector<MomentPart>& parts, std::map<int, CameraUnknowns>& cameras, int reference,
                        int maxIterations);
 
 // Solves poses (and biases) from the current unknowns, which should already be close, on
@@ -120,6 +130,9 @@ bool solveLeastSquares(const FramePairList& pairs, std::map<int, CameraUnknowns>
 bool solveRefined(const FramePairList& pairs, size_t begin, size_t end,
                   std::map<int, CameraUnknowns>& cameras, int reference, const RefinedOptions& options, int rounds);
 bool solveRefined(const FramePairList& pairs, std::map<int, CameraUnknowns>& cameras, int reference,
+                  const RefinedOptions& options, int rounds);
+// The same over parts whose sums may be kept between solves (see MomentCache).
+bool solveRefined(const std::vector<MomentPart>& parts, std::map<int, CameraUnknowns>& cameras, int reference,
                   const RefinedOptions& options, int rounds);
 
 }  // namespace calib

@@ -53,6 +53,16 @@ std::vector<int> ReseedPolicy::review(const CalibrationReport& report) {
     return {chosen};
 }
 
+std::vector<int> ReseedPolicy::reviewStarved(const std::set<int>& starved) {
+    for (int camera : starved) {
+        if (awaiting_.count(camera)) continue;
+        awaiting_.insert(camera);
+        above_.erase(camera);
+        return {camera};
+    }
+    return {};
+}
+
 void ReseedPolicy::annotate(CalibrationReport& report) const {
     report.reseeding.assign(awaiting_.begin(), awaiting_.end());
     for (int camera : moved_) {

@@ -1,5 +1,5 @@
-// Which cameras a calibration finds anew after a solve: one that moved while people walked,
-// or one whose residual stays far above its peers'. A moved one reads Moved until placed again.
+// Which cameras a calibration finds anew: one that moved, one whose residual stays far above
+// its peers', one whose bodies no longer pair through its pose. A moved one reads Moved until placed again.
 #pragma once
 
 #include <map>
@@ -24,6 +24,9 @@ public:
     // After a solve: the cameras to find anew from now on (their frames and pose go). One
     // camera at a time, the clearest case first; a camera being found anew is left alone.
     std::vector<int> review(const CalibrationReport& report);
+    // Between solves: of the placed cameras whose bodies stopped pairing through their pose
+    // while pose-free pairing says they still see what their peers see, the one to find anew.
+    std::vector<int> reviewStarved(const std::set<int>& starved);
     // What a reader of the report must know: the cameras being found anew, and that those
     // which moved still read Moved until they are placed again.
     void annotate(CalibrationReport& report) const;

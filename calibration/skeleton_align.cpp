@@ -131,6 +131,15 @@ calib::FramePairList solvablePairs(const calib::FrameStore::Chunks& chunks, cons
     return list;
 }
 
+// Each chunk's frame pairs with the sums kept beside them; pairs with a camera left out of
+// the solve are skipped by the sums.
+std::vector<calib::MomentPart> momentParts(const calib::FrameStore::Chunks& chunks) {
+    std::vector<calib::MomentPart> parts;
+    parts.reserve(chunks.size());
+    for (const auto& chunk : chunks) parts.push_back({chunk->framePairs(), 0, size_t(-1), &chunk->moments()});
+    return parts;
+}
+
 // The report reads the solve's pairs both ways round; gathered only if one is made.
 calib::KeypointPairsOnDemand pairsOnDemand(const calib::FrameStore::Chunks& chunks, const std::set<int>& posed) {
     return calib::KeypointPairsOnDemand(
@@ -313,9 +322,10 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     }
     // A camera new to the solve starts from its agreed seed: plain least squares settles it
     // in its basin, the refined rounds then settle weights and biases.
+    const std::vector<calib::MomentPart> parts = momentParts(frames.chunks());
     const bool cold = std::any_of(placed.begin(), placed.end(), [&biases](int camera) { return !biases.count(camera); });
     if (cold) {
-        if (!calib::solveLeastSquares(framePairs, unknowns, reference, options.maxIterations)) return false;
+        if (!calib::solveLeastSquares(parts, unknowns, reference, options.maxIterations)) return false;
         // Where it got seeds the next solve even if the refined rounds fail.
         for (const auto& [camera, u] : unknowns) {
             std::copy(u.q, u.q + 4, poses[camera].q);
@@ -323,7 +333,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         }
     }
     for (const auto& [camera, u] : unknowns) record->biasesBefore[camera] = u.bias;
-    const bool usable = calib::solveRefined(framePairs, unknowns, reference, options.refined, cold ? 3 : 1);
+    const bool usable = calib::solveRefined(parts, unknowns, reference, options.refined, cold ? 3 : 1);
     record->usable = usable;
     if (usable) {
         for (const auto& [camera, u] : unknowns) {

@@ -87,6 +87,7 @@ void FusionWorker::steadyLoop() {
 
 void FusionWorker::processFrame() {
     std::lock_guard<std::mutex> lock(workerMutex);
+    takeRequests();
     SharedData& shared = SharedData::getInstance();
 
     if (modules.skeletonEnabled) {
@@ -121,8 +122,7 @@ void FusionWorker::processFrame() {
         fusion->getProcessMetrics(shared.metrics);
     }
     // After this set's bodies were read: the live source forgets what its old sink took.
-    if (captureSinkChanged && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
-    captureSinkChanged = false;
+    if (takeNewSink() && !replaySource) liveSource->setSink(captureSink, subscribedCameras);
     checkRunLength();
     emit newData();
 }
@@ -189,6 +189,7 @@ void FusionWorker::collectSkeletons() {
         if (!calibration.state.calibratedPoses.empty()) associator.setPoses(calibration.state.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
         emit cameraPeople(associator.cameraPeople());
+        reseedStarvedCamera();
         // One frame per person; a nanosecond apart keeps them distinct in the store.
         for (size_t i = 0; i < people.size(); ++i) {
             calibration.frames.add(lum::Timestamp(static_cast<uint64_t>(now) + i), people[i]);
@@ -247,6 +248,19 @@ void FusionWorker::reseedCamera(int camera) {
     calibrationFrames = static_cast<int>(calibration.frames.size());
     associator.forgetCamera(camera);
     associator.setPoses(calibration.state.calibratedPoses);
+    pairingWatch.forget(camera);
+}
+
+void FusionWorker::reseedStarvedCamera() {
+    std::set<int> placed;
+    for (const auto& [camera, pose] : calibration.state.calibratedPoses) placed.insert(camera);
+    pairingWatch.observe(clock->nowNs(), associator.cameraPeople(), placed);
+    // A solve under way would bring the pose back when it lands.
+    if (solver.busy()) return;
+    std::set<int> starved;
+    for (int camera : pairingWatch.starved())
+        if (associator.poseContradicted(camera)) starved.insert(camera);
+    for (int camera : reseeds.reviewStarved(starved)) reseedCamera(camera);
 }
 
 void FusionWorker::updateClocks() {
@@ -359,6 +373,7 @@ int FusionWorker::startCalib(CALIB kind) {
     // Frames of an earlier walk were taken with the cameras at their old poses; mixing them
     // in makes the residuals meaningless.
     resetCalibration();
+    calibration.options.model = chosenModel;
 
     lum::Transform reset = lum::Transform::identity();
     lum::convertCoordinateSystem(reset, lum::COORDINATE_SYSTEM::IMAGE, lum::COORDINATE_SYSTEM::RIGHT_HANDED_Y_UP);
@@ -485,6 +500,7 @@ calib::KeypointDrops FusionWorker::droppedKeypoints() const {
 void FusionWorker::resetCalibration() {
     associator.clear();
     reseeds = calib::ReseedPolicy();
+    pairingWatch = calib::PairingWatch();
     captureGate.clear();
     lastAssociationMs = 0;
     // Only the options outlive a calibration: nothing of an earlier room may seed this one.
@@ -494,10 +510,7 @@ void FusionWorker::resetCalibration() {
     calibrationFrames = 0;
 }
 
-void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    calibration.options.model = model;
-}
+void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) { chosenModel = model; }
 
 void FusionWorker::setCalibrationFrames(calib::FrameStore frames) {
     std::lock_guard<std::mutex> lock(workerMutex);

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "core/console_log.hpp"
 #include "core/console_prompts.hpp"
@@ -104,15 +105,25 @@ int64_t FusionWorker::pipelineNowNs() const {
 }
 
 void FusionWorker::setCaptureSink(CaptureSink sink) {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    captureSink = std::move(sink);
-    captureSinkChanged = true;
+    CaptureSink unused;  // a sink the loop never took; let go outside the lock
+    std::lock_guard<std::mutex> lock(sinkHandover);
+    unused = std::exchange(nextSink, std::move(sink));
+    sinkChanged = true;
 }
 
-void FusionWorker::setCalibrateOnStart(bool calibrate) {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    calibrateOnStart = calibrate;
+bool FusionWorker::takeNewSink() {
+    if (!sinkChanged) return false;
+    CaptureSink next;
+    {
+        std::lock_guard<std::mutex> lock(sinkHandover);
+        next = std::exchange(nextSink, nullptr);
+        sinkChanged = false;
+    }
+    captureSink = std::move(next);
+    return true;
 }
+
+void FusionWorker::setCalibrateOnStart(bool calibrate) { calibrateOnStart = calibrate; }
 
 void FusionWorker::setRunLength(int64_t lengthNs) {
     std::lock_guard<std::mutex> lock(workerMutex);
@@ -125,53 +136,57 @@ BodySource& FusionWorker::source() {
     return *liveSource;
 }
 
-void FusionWorker::enableModule(MODULES module) {
+void FusionWorker::enableModule(MODULES module) { requestedModules |= 1u << module; }
+
+void FusionWorker::enableSK() { enableModule(SKELETON); }
+
+void FusionWorker::enableDepth() { enableModule(DEPTH); }
+
+void FusionWorker::enableMapping() { enableModule(MAPPING); }
+
+void FusionWorker::enableTracking() { enableModule(TRACKING); }
+
+void FusionWorker::takeRequests() {
+    const unsigned asked = requestedModules.exchange(0);
+    for (MODULES module : {SKELETON, DEPTH, MAPPING, TRACKING})
+        if (asked & (1u << module)) switchOn(module);
+}
+
+void FusionWorker::switchOn(MODULES module) {
     switch (module) {
-        case SKELETON: enableSK(); break;
-        case DEPTH: enableDepth(); break;
-        case MAPPING: enableMapping(); break;
-        case TRACKING: enableTracking(); break;
+        case SKELETON: {
+            if (modules.skeletonEnabled) return;
+            console::trace() << "enableSK ";
+            for (auto& [serial, sender] : senders) sender->askSkeleton();
+            lum::BodyTrackingFusionParameters parameters;
+            parameters.enableTracking = true;
+            const lum::FUSION_ERROR_CODE enabled = fusion->enableBodyTracking(parameters);
+            if (enabled == lum::FUSION_ERROR_CODE::SUCCESS)
+                modules.skeletonEnabled = true;
+            else
+                console::notice() << "ERROR : " << lum::toString(enabled);
+            return;
+        }
+        case DEPTH:
+            if (!modules.depthEnabled) console::trace() << "enableDepth ";
+            modules.depthEnabled = true;
+            return;
+        case MAPPING:
+            if (!modules.mappingEnabled) console::trace() << "enableMapping ";
+            modules.mappingEnabled = true;
+            return;
+        case TRACKING:
+            if (modules.trackingEnabled) return;
+            console::trace() << "enableTracking ";
+            fusion->enablePositionalTracking(lum::PositionalTrackingFusionParameters());
+            modules.trackingEnabled = true;
+            return;
     }
-}
-
-void FusionWorker::enableSK() {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    if (modules.skeletonEnabled) return;
-    console::trace() << "enableSK ";
-    for (auto& [serial, sender] : senders) sender->askSkeleton();
-    lum::BodyTrackingFusionParameters parameters;
-    parameters.enableTracking = true;
-    const lum::FUSION_ERROR_CODE enabled = fusion->enableBodyTracking(parameters);
-    if (enabled == lum::FUSION_ERROR_CODE::SUCCESS)
-        modules.skeletonEnabled = true;
-    else
-        console::notice() << "ERROR : " << lum::toString(enabled);
-}
-
-void FusionWorker::enableDepth() {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    if (modules.depthEnabled) return;
-    console::trace() << "enableDepth ";
-    modules.depthEnabled = true;
-}
-
-void FusionWorker::enableMapping() {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    if (modules.mappingEnabled) return;
-    console::trace() << "enableMapping ";
-    modules.mappingEnabled = true;
-}
-
-void FusionWorker::enableTracking() {
-    std::lock_guard<std::mutex> lock(workerMutex);
-    if (modules.trackingEnabled) return;
-    console::trace() << "enableTracking ";
-    fusion->enablePositionalTracking(lum::PositionalTrackingFusionParameters());
-    modules.trackingEnabled = true;
 }
 
 void FusionWorker::disableModules() {
     std::lock_guard<std::mutex> lock(workerMutex);
+    requestedModules = 0;
     modules = ModuleSwitches();
 }
 
@@ -213,7 +228,11 @@ void FusionWorker::run() {
     console::trace() << "START RUN FUSION ";
     running = true;
     runOver = false;
-    enableSK();
+    {
+        // At once, not at the next set: the first set is fused with the bodies on.
+        std::lock_guard<std::mutex> lock(workerMutex);
+        switchOn(SKELETON);
+    }
     // Before the first set, so that the run collects from the same capture every time.
     if (calibrateOnStart) startCalib(SKELETON_CALIB);
     steadyLoop();
@@ -392,8 +411,8 @@ bool FusionWorker::startUp() {
                        PromptIcon::Critical});
     {
         std::lock_guard<std::mutex> lock(workerMutex);
+        takeNewSink();
         liveSource->setSink(captureSink, subscribedCameras);
-        captureSinkChanged = false;
     }
     return !stopRequested;
 }

@@ -24,6 +24,7 @@
 #include "calibration/clock_aligner.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
+#include "calibration/pairing_watch.hpp"
 #include "calibration/reseed_policy.hpp"
 #include "calibration/skeleton_align.hpp"
 #include "fusion/body_source.hpp"
@@ -82,6 +83,7 @@ public:
     // Every capture of a live room goes to `sink` (a recorder) until the run length passes
     // or another sink (or none) replaces it: from the start when set before setup, else
     // from the next set on. The worker's thread may still call the sink it replaces once.
+    // Never waits for a set.
     void setCaptureSink(CaptureSink sink);
     // Starts the skeleton calibration on the worker's thread before the first set, instead
     // of whenever a startCalib() call comes in. Set before setup.
@@ -90,6 +92,7 @@ public:
     // runEnded() then says. 0: no limit.
     void setRunLength(int64_t lengthNs);
 
+    // The switches take effect at the next set, so that no caller waits for one.
     void enableModule(MODULES module);
     void enableSK();
     void enableDepth();
@@ -110,7 +113,8 @@ public:
     // Takes as long as the slowest of them, so a window calls it from a thread of its own.
     void close();
 
-    // The model the next solves use; Refined also brings every camera's body to one instant.
+    // The model of the next calibration, from its start to its end: a walk never changes
+    // model midway. Refined also brings every camera's body to one instant. Never waits.
     void setCalibrationModel(SkeletonMulticameraCalibration::Model model);
     // Hands the running calibration frames gathered elsewhere in place of its own; its
     // options and solver state stay this calibration's.
@@ -174,6 +178,8 @@ private:
     void applySolvedCalibration();
     // Drops `camera`'s frames and pose: the next solves place it anew from pose-free pairings.
     void reseedCamera(int camera);
+    // Finds anew a camera that keeps seeing people no body of which pairs through its pose.
+    void reseedStarvedCamera();
     void showThroughCalibration();
     void watchForDrift();
     void updateClocks();
@@ -188,6 +194,11 @@ private:
     // Every subscribed camera's bodies of this set, through the capture gate.
     void retrieveCameraBodies();
     void checkRunLength();
+    // What other threads asked for since the last set; called with the worker's lock held.
+    void takeRequests();
+    void switchOn(MODULES module);
+    // True when a sink was set since the last look; it is the worker's own from now on.
+    bool takeNewSink();
 
     std::atomic<bool> running{false};
     // Set by close(); seen by a start-up that has not yet reached the loop.
@@ -197,12 +208,18 @@ private:
     std::unique_ptr<BodySource> replaySource;  // set: a recording plays instead of the room
     std::shared_ptr<PipelineClock> clock;
     CaptureSink captureSink;
-    bool captureSinkChanged = false;  // set beside a running room; the loop hands it over
+    // A sink set beside a running room waits here for the loop; the mutex is held only to
+    // move one in or out, never across a set.
+    std::mutex sinkHandover;
+    CaptureSink nextSink;
+    std::atomic<bool> sinkChanged{false};
+    std::atomic<unsigned> requestedModules{0};  // one bit per MODULES value
+    std::atomic<SkeletonMulticameraCalibration::Model> chosenModel{SkeletonMulticameraCalibration::Model::Classic};
     int64_t runLengthNs = 0;
     int64_t runStartNs = -1;  // pipeline time of the first set after the length was set
     bool awaitSolve = false;  // worker thread only
     bool runOver = false;     // worker thread only
-    bool calibrateOnStart = false;
+    std::atomic<bool> calibrateOnStart{false};
     lum::BodyTrackingFusionRuntimeParameters bodyRuntimeParameters{-1, -1};
     std::vector<lum::CameraIdentifier> subscribedCameras;
     AppParams params;
@@ -235,6 +252,7 @@ private:
 
     CalibrationRunner solver;
     calib::ReseedPolicy reseeds;
+    calib::PairingWatch pairingWatch;
     DriftMonitor driftMonitor;
     // A room whose cameras all stand at the origin has no calibration to drift from.
     bool roomPosed = false;

@@ -191,4 +191,16 @@ std::optional<RecordedBodies> RecordingReader::next() {
     return entry;
 }
 
+CaptureSpan captureSpan(const std::string& path) {
+    CaptureSpan span;
+    RecordingReader reader;
+    if (!reader.open(path, nullptr)) return span;
+    while (const std::optional<RecordedBodies> entry = reader.next()) {
+        const uint64_t capture = entry->bodies.timestamp.getNanoseconds();
+        if (span.firstNs == 0 || capture < span.firstNs) span.firstNs = capture;
+        span.lastNs = std::max(span.lastNs, capture);
+    }
+    return span;
+}
+
 }  // namespace rec

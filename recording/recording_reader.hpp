@@ -64,4 +64,12 @@ private:
     std::string problem_;
 };
 
+// The earliest and the latest capture time of a recording (up to where it is cut short);
+// zeros when it cannot be opened or holds no capture. Reads the whole file.
+struct CaptureSpan {
+    uint64_t firstNs = 0;
+    uint64_t lastNs = 0;
+};
+CaptureSpan captureSpan(const std::string& path);
+
 }  // namespace rec

@@ -22,7 +22,10 @@ const QColor error(0xe5, 0x4b, 0x4b);
 }  // namespace clr
 
 // Outside any namespace, as resource registration requires.
-static void registerSettingsResources() { Q_INIT_RESOURCE(settings); }
+static void registerSettingsResources() {
+    Q_INIT_RESOURCE(settings);
+    Q_INIT_RESOURCE(translations);  // compiled from the .ts sources by the build
+}
 
 // The resources live in a static object library; make sure they are registered before
 // the first look-up, whatever the link order of the program.

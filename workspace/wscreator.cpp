@@ -22,9 +22,10 @@
 
 namespace {
 
-const char* const kNoValidCamerasText =
+const char* const kNoValidCamerasText = QT_TRANSLATE_NOOP(
+    "WSCreator",
     "There are no cameras to start with yet. Search for the cameras plugged into this computer over USB, add "
-    "network cameras by serial number and address, or take them from a Pyra Hub workspace.";
+    "network cameras by serial number and address, or take them from a Pyra Hub workspace.");
 
 // Dialog-only touches on top of the application's style sheet.
 const char* const kDialogSheet = R"(

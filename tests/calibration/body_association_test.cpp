@@ -98,4 +98,38 @@ TEST(BodyAssociation, PairsPeopleOnTheAssemblersCommonClock) {
     EXPECT_GT(frames, 100);
 }
 
+// Pose-free evidence against a pose: none through the true poses while two people cross,
+// plenty once one camera's pose is wrong, though then nothing of it pairs through the poses.
+TEST(BodyAssociation, PoseFreeEvidenceContradictsOnlyAWrongPose) {
+    const pyra_sim::Scene scene = crowd::room(2, true);
+    std::map<int, lum::Transform> poses;
+    for (const pyra_sim::CameraSettings& camera : scene.cameras) poses[int(camera.serial)] = camera.pose;
+    const int wrong = int(scene.cameras[2].serial);
+    const uint64_t start = 1700000000ull * 1000000000ull;
+    calib::BodyAssociator associator;
+    associator.setPoses(poses);
+    int contradicted = 0, wrongFrames = 0;
+    for (int step = 1; step <= 80; ++step) {
+        if (step == 40) {
+            poses[wrong] = poses[wrong] * lum::Transform(lum::Orientation(0.f, 0.2164f, 0.f, 0.9763f),
+                                                         lum::Translation(0.6f, 0.f, 0.f));
+            associator.setPoses(poses);
+        }
+        calib::SeenBodies seen;
+        for (const pyra_sim::CameraSettings& camera : scene.cameras)
+            seen[int(camera.serial)] =
+                pyra_sim::observe(scene, camera, start + uint64_t(step) * 500000000ull, pyra_sim::ObservationOptions())
+                    .body_list;
+        for (const calib::PersonFrame& frame : associator.associate(seen))
+            wrongFrames += step >= 40 && frame.count(wrong);
+        for (const auto& [camera, pose] : poses) {
+            const bool against = associator.poseContradicted(camera);
+            EXPECT_TRUE(step >= 40 || !against) << camera << " at " << step;
+            contradicted += camera == wrong && against;
+        }
+    }
+    EXPECT_EQ(wrongFrames, 0);
+    EXPECT_GT(contradicted, 20);
+}
+
 }  // namespace

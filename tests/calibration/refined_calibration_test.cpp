@@ -241,4 +241,67 @@ TEST(RefinedMoments, MatchTheLiteralBlocksOfEveryFrame) {
     }
 }
 
+// Sums kept from one solve to the next stand in for sums at the new poses only while the
+// cameras stay close: a live session of warm re-solves lands where summing anew lands, and
+// a camera moved far (a re-seed) is summed anew, not solved with the weights it left.
+TEST(RefinedMoments, KeptSumsFollowALiveSessionAndNeverOutliveAMovedCamera) {
+    synthetic::Options options;
+    options.cameras = 4;
+    options.everythingVisible = true;
+    synthetic::Room room(options), same(options);  // the same noise for both
+    Calibration kept = refinedCalibration();
+    Calibration anew = refinedCalibration();
+    anew.options.refined.keepSumsShift = 0;
+    anew.options.refined.keepSumsTurn = 0;
+    auto worstApart = [](const Calibration& a, const Calibration& b) {
+        std::pair<double, double> worst{0, 0};
+        for (const auto& [camera, pose] : a.state.poses) {
+            const auto e = synthetic::poseError(synthetic::toIsometry(pose), synthetic::toIsometry(b.state.poses.at(camera)));
+            worst = {std::max(worst.first, e.first), std::max(worst.second, e.second)};
+        }
+        return worst;
+    };
+    for (int step = 0; step < 8; ++step) {
+        // Frames arrive between solves, as the worker collects them.
+        room.feed(kept, step == 0 ? 150 : 12, 0.5 * (step == 0 ? 0 : 150 + 12 * (step - 1)));
+        same.feed(anew, step == 0 ? 150 : 12, 0.5 * (step == 0 ? 0 : 150 + 12 * (step - 1)));
+        ASSERT_TRUE(kept.calibrate());
+        ASSERT_TRUE(anew.calibrate());
+        const auto apart = worstApart(kept, anew);
+        EXPECT_LT(apart.first, 1e-3) << step;
+        EXPECT_LT(apart.second, 0.05) << step;
+    }
+
+
+    // Sums taken at some poses are asked for again: a camera moved a little keeps them, one
+    // turned (a re-seed) or a changed weighting has them summed anew, its pairs only.
+    std::vector<calib::FramePair> pairs = calib::collectFramePairs(calib::Frames(kept.frames.begin(), kept.frames.end()));
+    std::map<int, calib::CameraUnknowns> cameras;
+    for (const auto& [camera, pose] : kept.state.poses) {
+        std::copy(pose.q, pose.q + 4, cameras[camera].q);
+        std::copy(pose.t, pose.t + 3, cameras[camera].t);
+    }
+    calib::MomentCache cache;
+    const std::vector<calib::MomentPart> part{{pairs, 0, pairs.size(), &cache}};
+    auto sums = [&](const calib::RefinedOptions& refined, bool useCache) {
+        return useCache ? calib::sumMoments(part, cameras, refined, calib::MomentWeights::Refined, 2)
+                        : calib::sumMoments(pairs, 0, pairs.size(), cameras, refined, calib::MomentWeights::Refined, 1);
+    };
+    calib::RefinedOptions refined;
+    const std::vector<calib::PairMoments> first = sums(refined, true);
+    const int moved = std::next(cameras.begin(), 2)->first;
+    cameras[moved].t[0] += 2e-4;
+    for (size_t i = 0; i < first.size(); ++i) EXPECT_EQ(sums(refined, true)[i].q, first[i].q);
+    const Eigen::Quaterniond turned = Eigen::AngleAxisd(0.01, Eigen::Vector3d::UnitY()) *
+                                      Eigen::Quaterniond(cameras[moved].q[3], cameras[moved].q[0], cameras[moved].q[1], cameras[moved].q[2]);
+    std::copy(turned.coeffs().data(), turned.coeffs().data() + 4, cameras[moved].q);
+    for (int pass = 0; pass < 2; ++pass) {  // the moved camera's pairs, then a new weighting
+        const std::vector<calib::PairMoments> fromCache = sums(refined, true), summed = sums(refined, false);
+        ASSERT_EQ(fromCache.size(), summed.size());
+        for (size_t i = 0; i < summed.size(); ++i)
+            EXPECT_LT((fromCache[i].q - summed[i].q).norm(), 1e-9 * summed[i].q.norm()) << pass << " " << i;
+        refined.huberSigmas = 1.0;
+    }
+}
+
 }  // namespace

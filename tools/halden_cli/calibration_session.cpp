@@ -41,21 +41,8 @@ std::optional<double> roomRmsMm(const CalibrationReport& report) {
     return std::sqrt(sum / blocks);
 }
 
-// Ten significant digits: the last bits of a covariance depend on where the heap put its
-// matrices (vectorised sums start where memory is aligned), and no figure here means more.
-void roundFigures(nlohmann::ordered_json& value) {
-    if (value.is_number_float()) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.10g", value.get<double>());
-        value = std::strtod(text, nullptr);
-        return;
-    }
-    if (value.is_structured())
-        for (nlohmann::ordered_json& item : value) roundFigures(item);
-}
-
-// A replay's report leaves out the solve's wall time and rounds its figures, so that every
-// replay of a recording writes the same bytes.
+// A replay's report leaves out the solve's wall time, so that every replay of a recording
+// writes the same bytes.
 bool writeReport(const std::string& path, const CalibrationReport& report, bool replayed, std::string& problem) {
     // Checked again: in the minute of walking, the name may have become a link or a device.
     const std::string target = writableTarget(path, "--report", problem);
@@ -66,10 +53,7 @@ bool writeReport(const std::string& path, const CalibrationReport& report, bool 
         return false;
     }
     nlohmann::ordered_json document = toJson(report);
-    if (replayed) {
-        document.erase("solveSeconds");
-        roundFigures(document);
-    }
+    if (replayed) document.erase("solveSeconds");
     const std::string text = document.dump(2) + "\n";
     file.write(text.data(), static_cast<qint64>(text.size()));
     if (!file.commit()) {
@@ -98,7 +82,7 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
                                        std::unique_ptr<rec::RecordingReader> replay_)
     : options(std::move(options_)), room(std::move(room_)),
       prompts(std::make_shared<GatedPrompts>([this] { return allowSave(); })),
-      replay(std::move(replay_)) {
+      replay(std::move(replay_)), replaySpan(replay ? rec::captureSpan(options.replay) : rec::CaptureSpan()) {
     for (const lum::FusionConfiguration& camera : room) result.roomCameras.push_back(camera.serial_number);
     prompts->setSaveFileName(QString::fromStdString(options.output));
     worker.setPrompts(prompts);
@@ -180,6 +164,13 @@ ProgressLine::State CalibrationSession::progressState() const {
     state.lastRmsMm = lastRmsMm;
     state.elapsedSeconds = clock.isValid() ? static_cast<int>(clock.elapsed() / 1000) : 0;
     state.totalSeconds = options.seconds;
+    if (replaySource) {
+        // A replay runs many times faster than it was recorded: it counts the recording's time.
+        const int64_t into = worker.pipelineNowNs() - static_cast<int64_t>(replaySpan.firstNs);
+        state.elapsedSeconds = into > 0 ? static_cast<int>(into / 1000000000) : 0;
+        const int length = static_cast<int>(std::lround(double(replaySpan.lastNs - replaySpan.firstNs) * 1e-9));
+        state.totalSeconds = options.seconds > 0 ? std::min(options.seconds, length) : length;
+    }
     state.people = people;
     state.reseeding = reseeding;
     return state;

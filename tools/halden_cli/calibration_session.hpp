@@ -65,6 +65,7 @@ private:
     FusionWorker worker;
     ProgressLine progress;
     std::unique_ptr<rec::RecordingReader> replay;
+    rec::CaptureSpan replaySpan;  // of the recording replayed, read through once before it plays
     const RecordedBodySource* replaySource = nullptr;  // owned by the worker
     QTimer tickTimer;
     QElapsedTimer clock;
