@@ -218,9 +218,10 @@ void CalibrationPanel::refresh() {
         }
         QString name = QString::number(serial);
         // Shown once the walk has told it, reference included (+0.000 s): an unknown clock
-        // is assumed to be the reference's.
+        // is assumed to be the reference's. Three short lines: on one, the camera column
+        // took the width the partners' column needs.
         if (camera && std::isfinite(camera->clockOffsetS) && std::isfinite(camera->clockOffsetSigmaS))
-            name += tr("\nclock %1%2 s ±%3 ms")
+            name += tr("\nclock %1%2 s\n±%3 ms")
                         .arg(camera->clockOffsetS < 0 ? "" : "+")
                         .arg(camera->clockOffsetS, 0, 'f', 3)
                         .arg(1000 * camera->clockOffsetSigmaS, 0, 'f', 1);

@@ -22,9 +22,9 @@ namespace {
 using Calibration = SkeletonMulticameraCalibration;
 
 enum Kind { kFast, kLiteral, kRefined };
-enum Phase { kCold, kWarm, kRunner };
+enum Phase { kCold, kWarm, kRunner, kHalves };
 const char* const kKindNames[] = {"fast", "literal", "refined"};
-const char* const kPhaseNames[] = {"cold", "warm", "runner"};
+const char* const kPhaseNames[] = {"cold", "warm", "runner", "halves"};
 
 // A live calibration solves again once more than ten frames arrived since the last solve.
 constexpr int kNewerFrames = 11;
@@ -58,7 +58,7 @@ const Case& prepared(int cameras, int frames, Kind kind) {
 // Cold: a first solve of a full store. Warm: the next solve of the same store with eleven
 // frames more, started from the last one's poses, as every re-solve of a live calibration
 // is. Runner: a warm solve with its report and uncertainty, all that the calibration runner
-// does per solve.
+// does per solve. Halves: the uncertainty's two half-walk solves alone, after a warm solve.
 void solve(benchmark::State& state, int cameras, int frames, Kind kind, Phase phase) {
     const Case& source = prepared(cameras, frames, kind);
     for (auto _ : state) {
@@ -72,10 +72,16 @@ void solve(benchmark::State& state, int cameras, int frames, Kind kind, Phase ph
         } else {
             for (const auto& [ts, bodies] : source.newer.frames) calibration->frames.add(ts, bodies);
         }
-        state.ResumeTiming();
+        if (phase != kHalves) state.ResumeTiming();
         const bool usable = calibration->calibrate();
         if (phase == kRunner && usable) {
             CalibrationReport report = makeCalibrationReport(*calibration);
+            addPoseUncertainty(*calibration, report);
+            benchmark::DoNotOptimize(report);
+        }
+        if (phase == kHalves && usable) {
+            CalibrationReport report = makeCalibrationReport(*calibration);
+            state.ResumeTiming();
             addPoseUncertainty(*calibration, report);
             benchmark::DoNotOptimize(report);
         }
@@ -158,7 +164,7 @@ int main(int argc, char** argv) {
     constexpr int kRepetitions = 5;
     for (const auto& [cameras, frames] : std::vector<std::pair<int, int>>{{4, 240}, {6, 240}, {6, 1200}, {16, 1200}}) {
         for (Kind kind : {kFast, kRefined})
-            for (Phase phase : {kCold, kWarm, kRunner}) registerSolve(cameras, frames, kind, phase, kRepetitions);
+            for (Phase phase : {kCold, kWarm, kRunner, kHalves}) registerSolve(cameras, frames, kind, phase, kRepetitions);
     }
     // The literal formulation only as the yardstick on small stores: it takes minutes beyond.
     for (Phase phase : {kCold, kWarm}) registerSolve(4, 240, kLiteral, phase, kRepetitions);

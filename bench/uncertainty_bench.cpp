@@ -1,4 +1,4 @@
-// Does the stated pose uncertainty cover the true error? Walks through several simulated
+// Does the stated pose uncertainty cover the true error? Walks through a set of simulated
 // rooms, recorded and calibrated from the recordings; each stated 1-sigma against the truth.
 #include <benchmark/benchmark.h>
 
@@ -10,6 +10,7 @@
 
 #include "bench/bench_process.hpp"
 #include "bench/replayed_walk.hpp"
+#include "bench/scene_set.hpp"
 #include "calibration/calibration_verdict.hpp"
 #include "testing/sim_walk.hpp"
 
@@ -23,6 +24,7 @@ struct Tally {
 };
 
 std::string folder;
+std::vector<sceneset::NamedScene> scenes;
 constexpr int kLongestWalk = 120;
 
 std::string recordingOf(size_t scene) { return folder + "/scene" + std::to_string(scene) + ".rec"; }
@@ -33,9 +35,8 @@ void printCoverage(int seconds, Model model) {
                 "covariance alone (deg / mm) | halves apart (deg / mm) | within 2 sigma |\n");
     std::printf("|---|---|---|---|---|---|---|\n");
     Tally tally;
-    const std::vector<simwalk::NamedScene> scenes = simwalk::coverageScenes();
     for (size_t i = 0; i < scenes.size(); ++i) {
-        const simwalk::NamedScene& named = scenes[i];
+        const sceneset::NamedScene& named = scenes[i];
         const replayed::Calibrated walk = replayed::calibrate(recordingOf(i), model, seconds);
         const replayed::Errors errors = replayed::errorsAgainstTruth(named.scene, walk.poses);
         for (const CameraCalibrationReport& camera : walk.report.cameras) {
@@ -50,7 +51,7 @@ void printCoverage(int seconds, Model model) {
             tally.good += assessCamera(&camera, walk.report).readiness == CameraReadiness::Good;
             tally.ratioRotation += u.rotationSigmaDeg / std::max(rotationError, 1e-3);
             tally.ratioPosition += u.positionSigmaMm / std::max(positionError, 0.1);
-            std::printf("| %s | %d | %.2f / %.2f | %.1f / %.1f | %.3f / %.1f | %.2f / %.1f | %s |\n", named.name,
+            std::printf("| %s | %d | %.2f / %.2f | %.1f / %.1f | %.3f / %.1f | %.2f / %.1f | %s |\n", named.name.c_str(),
                         camera.camera, rotationError, u.rotationSigmaDeg, positionError, u.positionSigmaMm,
                         camera.rotationSigmaDeg, camera.translationSigmaMm, u.halvesApartDeg, u.halvesApartMm,
                         worst <= 2.0 ? "yes" : "**no**");
@@ -79,8 +80,10 @@ BENCHMARK(uncertaintyCost)->Arg(int(Model::Classic))->Arg(int(Model::Refined))->
 
 int main(int argc, char** argv) {
     folder = bench::prepareProcess(argc, argv, bench::RoomClock::Virtual);
+    const std::string set = sceneset::takeFolder(argc, argv);
+    if (!sceneset::load(set, scenes)) return 2;
     bench::runBenchmarks(argc, argv);
-    const std::vector<simwalk::NamedScene> scenes = simwalk::coverageScenes();
+    std::printf("Scenes: %s\n", set.c_str());
     for (size_t i = 0; i < scenes.size(); ++i) replayed::record(scenes[i].scene, kLongestWalk, recordingOf(i));
     for (Model model : {Model::Classic, Model::Refined})
         for (int seconds : {60, kLongestWalk}) printCoverage(seconds, model);

@@ -2,23 +2,12 @@
 // the SDK fusion does, so that both feed the worker the same numbers.
 #include "fusion/body_source.hpp"
 
+#include "lum/covariance.hpp"
+
 namespace {
 
 constexpr auto kBaselink = lum::FUSION_REFERENCE_FRAME::BASELINK;
 constexpr auto kWorld = lum::FUSION_REFERENCE_FRAME::WORLD;
-
-std::array<float, 6> rotateCovariance(const lum::Matrix3f& c, const std::array<float, 6>& cov) {
-    const float s[3][3] = {{cov[0], cov[1], cov[2]}, {cov[1], cov[3], cov[4]}, {cov[2], cov[4], cov[5]}};
-    float out[3][3];
-    for (int r = 0; r < 3; ++r)
-        for (int k = 0; k < 3; ++k) {
-            float sum = 0.f;
-            for (int i = 0; i < 3; ++i)
-                for (int j = 0; j < 3; ++j) sum += c(r, i) * s[i][j] * c(k, j);
-            out[r][k] = sum;
-        }
-    return {out[0][0], out[0][1], out[0][2], out[1][1], out[1][2], out[2][2]};
-}
 
 }  // namespace
 
@@ -27,11 +16,18 @@ void bodiesToRoom(lum::Bodies& bodies, const lum::Transform& pose) {
     const lum::Vector3f offset = pose.getTranslation();
     for (lum::BodyData& b : bodies.body_list) {
         for (lum::Vector3f& p : b.keypoint) p = axes * p + offset;
-        for (auto& cov : b.keypoint_covariances) cov = rotateCovariance(axes, cov);
+        for (auto& cov : b.keypoint_covariances) cov = lum::transformCovariance(axes, 1.f, cov);
         b.position = axes * b.position + offset;
-        b.position_covariance = rotateCovariance(axes, b.position_covariance);
+        b.position_covariance = lum::transformCovariance(axes, 1.f, b.position_covariance);
         b.velocity = axes * b.velocity;
     }
+}
+
+void HeldCapture::handOver(lum::Bodies& bodies) {
+    bodies = latest;
+    bodiesToRoom(bodies, pose);
+    bodies.is_new = unread;
+    unread = false;
 }
 
 lum::FUSION_ERROR_CODE LiveBodySource::process() {

@@ -47,3 +47,14 @@ private:
 
 // The room frame of a camera's bodies through its pose, as the SDK fusion computes it.
 void bodiesToRoom(lum::Bodies& bodies, const lum::Transform& pose);
+
+// A camera's latest capture as a played-back source holds it: in the camera's own frame,
+// with the pose the worker last gave the camera.
+struct HeldCapture {
+    lum::Bodies latest;
+    lum::Transform pose;
+    bool unread = false;
+
+    // What retrieveBodies hands over: the capture in the room frame, new only the first time.
+    void handOver(lum::Bodies& bodies);
+};

@@ -121,14 +121,8 @@ lum::FUSION_ERROR_CODE RecordedBodySource::process() {
 
 void RecordedBodySource::retrieveBodies(lum::Bodies& bodies, lum::CameraIdentifier camera) {
     auto found = cameras_.find(camera);
-    if (found == cameras_.end()) {
-        bodies = lum::Bodies();
-        return;
-    }
-    bodies = found->second.latest;
-    bodiesToRoom(bodies, found->second.pose);
-    bodies.is_new = found->second.unread;
-    found->second.unread = false;
+    if (found == cameras_.end()) bodies = lum::Bodies();
+    else found->second.handOver(bodies);
 }
 
 void RecordedBodySource::updatePose(lum::CameraIdentifier camera, const lum::Transform& pose) {

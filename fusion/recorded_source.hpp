@@ -31,14 +31,11 @@ public:
     uint64_t captures() const { return captures_; }
 
 private:
-    struct Camera {
-        lum::Bodies latest;
-        lum::Transform pose;
+    struct Camera : HeldCapture {
         lum::Transform pendingPose;
         bool posePending = false;
         bool hasFrame = false;
         bool newSinceSet = false;
-        bool unread = false;
         uint64_t arrivalNs = 0;
     };
 

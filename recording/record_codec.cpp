@@ -1,5 +1,5 @@
-// MessagePack through nlohmann's SAX front with a depth and value budget, so hostile nesting
-// or a flood of tiny values cannot exhaust the stack or the heap; every field is checked.
+// MessagePack parsed under a depth and value budget, so hostile nesting or a flood of tiny
+// values cannot exhaust the stack or the heap; every field is checked.
 #include "recording/record_codec.hpp"
 
 #include <cstring>
@@ -7,11 +7,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "pyra_codec/msgpack_reader.hpp"
+
 namespace rec {
 
 namespace {
 
 using nlohmann::json;
+using pyra_codec::readInteger;
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "float blobs are copied as little-endian bytes");
 static_assert(sizeof(lum::Vector3f) == 3 * sizeof(float), "keypoints are copied as packed floats");
@@ -24,46 +27,13 @@ constexpr size_t kMaxDepth = 6;
 constexpr size_t kMaxValues = kMaxChunkBytes;
 constexpr size_t kBodyScalars = 20;  // confidence, position, velocity, position covariance, dimensions, orientation
 
-class BoundedDomParser {
-public:
-    explicit BoundedDomParser(json& root) : dom_(root, false) {}
-
-    bool null() { return count() && dom_.null(); }
-    bool boolean(bool v) { return count() && dom_.boolean(v); }
-    bool number_integer(json::number_integer_t v) { return count() && dom_.number_integer(v); }
-    bool number_unsigned(json::number_unsigned_t v) { return count() && dom_.number_unsigned(v); }
-    bool number_float(json::number_float_t v, const json::string_t& s) { return count() && dom_.number_float(v, s); }
-    bool string(json::string_t& v) { return count() && dom_.string(v); }
-    bool binary(json::binary_t& v) { return count() && dom_.binary(v); }
-    bool start_object(size_t n) { return count() && ++depth_ <= kMaxDepth && dom_.start_object(n); }
-    bool key(json::string_t& v) { return count() && dom_.key(v); }
-    bool end_object() { --depth_; return dom_.end_object(); }
-    bool start_array(size_t n) { return count() && ++depth_ <= kMaxDepth && dom_.start_array(n); }
-    bool end_array() { --depth_; return dom_.end_array(); }
-    template <typename Exception>
-    bool parse_error(size_t at, const std::string& token, const Exception& e) {
-        return dom_.parse_error(at, token, e);
-    }
-
-private:
-    bool count() { return ++values_ <= kMaxValues; }
-
-    nlohmann::detail::json_sax_dom_parser<json> dom_;
-    size_t depth_ = 0;
-    size_t values_ = 0;
-};
-
 bool fail(std::string* why, const std::string& text) {
     if (why) *why = text;
     return false;
 }
 
 bool parse(const Bytes& payload, json& out, std::string* why) {
-    try {
-        BoundedDomParser sax(out);
-        if (json::sax_parse(payload.begin(), payload.end(), &sax, json::input_format_t::msgpack, true)) return true;
-    } catch (const std::exception&) {
-    }
+    if (pyra_codec::parseBounded(payload.data(), payload.size(), kMaxDepth, kMaxValues, out)) return true;
     return fail(why, "payload is not a MessagePack document of accepted depth and size");
 }
 
@@ -89,16 +59,6 @@ bool readBlob(const json& object, const char* key, size_t maxCount, std::vector<
     uint8_t* out = reinterpret_cast<uint8_t*>(values.data());
     for (size_t i = 0; i < count; ++i)
         for (size_t plane = 0; plane < sizeof(float); ++plane) out[i * sizeof(float) + plane] = bytes[plane * count + i];
-    return true;
-}
-
-template <typename T>
-bool readInteger(const json& object, const char* key, T lo, T hi, T& out) {
-    auto it = object.find(key);
-    if (it == object.end() || !it->is_number_integer()) return false;
-    __int128 v = it->is_number_unsigned() ? __int128(it->get<uint64_t>()) : __int128(it->get<int64_t>());
-    if (v < __int128(lo) || v > __int128(hi)) return false;
-    out = T(v);
     return true;
 }
 

@@ -35,9 +35,9 @@ struct Cluster {
 void transformBodies(lum::Bodies& bodies, const lum::Matrix3f& axes, float scale, const lum::Vector3f& offset) {
     for (lum::BodyData& b : bodies.body_list) {
         for (lum::Vector3f& p : b.keypoint) p = axes * p * scale + offset;
-        for (auto& cov : b.keypoint_covariances) cov = transformCovariance(axes, scale, cov);
+        for (auto& cov : b.keypoint_covariances) cov = lum::transformCovariance(axes, scale, cov);
         b.position = axes * b.position * scale + offset;
-        b.position_covariance = transformCovariance(axes, scale, b.position_covariance);
+        b.position_covariance = lum::transformCovariance(axes, scale, b.position_covariance);
         b.velocity = axes * b.velocity * scale;
         b.dimensions = b.dimensions * scale;
     }

@@ -5,9 +5,9 @@
 #include <array>
 #include <vector>
 
+#include "lum/covariance.hpp"
 #include "lum/math.hpp"
 #include "lum/records.hpp"
-#include "covariance.hpp"
 
 namespace pyra {
 

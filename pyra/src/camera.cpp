@@ -74,6 +74,12 @@ public:
 
     ~CameraBackend() { close(); }
 
+    // The first capture from `frame` on that the sender does not lose.
+    int64_t nextKept(int64_t frame) const {
+        for (int skipped = 0; skipped < 1000 && pyra_sim::frameDropped(scene, simulated, frame); ++skipped) ++frame;
+        return frame;
+    }
+
     // The fusion of this process stops waiting for a camera on the virtual clock only once
     // it said it sends no more.
     void sendsNoMore() {
@@ -237,6 +243,7 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         frame = b.lastFrame >= 0 ? b.lastFrame + 1
                                  : int64_t((b.clock.stampOf(b.openedAtNs) - b.phaseNs + b.periodNs - 1) / b.periodNs);
+        frame = b.nextKept(frame);
         frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
         // By the capture's own time: the room clock's reading depends on how far the fusion
         // got, which depends on the threads.
@@ -248,7 +255,7 @@ ERROR_CODE Camera::grab(const RuntimeParameters&) {
     } else {
         // The next frame on this camera's clock; a caller that fell behind gets the latest one.
         int64_t latest = int64_t((b.clock.stampOf(now) - b.phaseNs) / b.periodNs);
-        frame = std::max(b.lastFrame + 1, latest);
+        frame = b.nextKept(std::max(b.lastFrame + 1, latest));
         frameNs = b.phaseNs + uint64_t(frame) * b.periodNs;
         const uint64_t dueNs = b.clock.trueTimeOf(frameNs);
         if (dueNs > now)

@@ -1,8 +1,8 @@
 // Keypoint covariances through a linear change of frame: the cameras report them in their
 // own frame and unit, the fusion and the calibration want them in the caller's.
-#include "covariance.hpp"
+#include "lum/covariance.hpp"
 
-namespace pyra {
+namespace lum {
 
 std::array<float, 6> transformCovariance(const lum::Matrix3f& c, float scale, const std::array<float, 6>& cov) {
     const float s[3][3] = {{cov[0], cov[1], cov[2]}, {cov[1], cov[3], cov[4]}, {cov[2], cov[4], cov[5]}};
@@ -17,4 +17,4 @@ std::array<float, 6> transformCovariance(const lum::Matrix3f& c, float scale, co
     return {out[0][0], out[0][1], out[0][2], out[1][1], out[1][2], out[2][2]};
 }
 
-}  // namespace pyra
+}  // namespace lum

@@ -59,12 +59,12 @@ partagées</translation>
     </message>
     <message>
         <location line="+39"/>
-        <location line="+20"/>
+        <location line="+21"/>
         <source>%1: %2</source>
         <translation>%1 : %2</translation>
     </message>
     <message>
-        <location line="-19"/>
+        <location line="-20"/>
         <source>%1 mm</source>
         <translation>%1 mm</translation>
     </message>
@@ -76,11 +76,13 @@ partagées</translation>
 %1° %2 mm</translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+7"/>
         <source>
-clock %1%2 s ±%3 ms</source>
+clock %1%2 s
+±%3 ms</source>
         <translation>
-horloge %1%2 s ±%3 ms</translation>
+horloge %1%2 s
+±%3 ms</translation>
     </message>
     <message>
         <location line="+6"/>
@@ -346,7 +348,7 @@ horloge %1%2 s ±%3 ms</translation>
 <context>
     <name>QObject</name>
     <message>
-        <location filename="../../app/calibration_panel.cpp" line="-231"/>
+        <location filename="../../app/calibration_panel.cpp" line="-232"/>
         <source>No data</source>
         <translation>Aucune donnée</translation>
     </message>

@@ -98,6 +98,8 @@ void CalibrationFlowTest::doubleClickStartsOnceAndEmptyFinishAsksNothing() {
     // Frames of one model cannot feed the other: the choice waits for the next walk.
     auto* refined = window->findChild<QAction*>("refined_model_action");
     QVERIFY(!refined->isEnabled());
+    // Every wrapped text of the panel shows whole at the window's size.
+    QTRY_COMPARE(clippedLabel(find<CalibrationPanel>("report_panel")), QString());
 
     // Finished before any solve: said at once, no file name asked for.
     clickWhenSettled(button());

@@ -19,6 +19,7 @@
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/widget_lookup.hpp"
 #include "testing/pose_error.hpp"
 #include "workspace/wscreator.hpp"
 
@@ -115,6 +116,7 @@ void EndToEndTest::calibratesTheDefaultRoom() {
     qInfo("every camera Good after %.0f s of walking", walkedS());
     windowPicture(window).save(screenshotPath("app_calibrating.png"));
     windowPicture(window).save(screenshotPath("converge_settled.png"));
+    QTRY_COMPARE(clippedLabel(panel), QString());
 
     // Every camera is Good: Finish asks nothing before the save.
     QTRY_VERIFY(calibrate->isEnabled());

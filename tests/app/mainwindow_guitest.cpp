@@ -213,6 +213,8 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
         for (int other : serials)
             if (other != serial) shared[other] = 1234;
         report.cameras.push_back(camera(serial, shared, 0.25, 12.3));
+        report.cameras.back().clockOffsetS = -2.0;  // a clock two seconds behind
+        report.cameras.back().clockOffsetSigmaS = 0.0008;
     }
     panel.setRoomCameras(serials);
     panel.setReport(report);
@@ -226,6 +228,9 @@ void MainWindowTest::reportPanelNamesTheCamerasThatLackData() {
             widest = std::max(widest, header->fontMetrics().horizontalAdvance(line));
         QVERIFY2(header->sectionSize(column) >= widest + margins, qPrintable(heading));
     }
+    // A partner's line may wrap at its space, but never cut a serial short.
+    const QString partner = table->item(0, 1)->text().split('\n').first().split(' ').first();
+    QVERIFY2(table->columnWidth(1) >= table->fontMetrics().horizontalAdvance(partner) + margins, qPrintable(partner));
 }
 
 void MainWindowTest::closingWhileTheRoomStartsNeverWaitsForABox() {

@@ -8,8 +8,8 @@
 #include <cmath>
 
 #include "fusion/fusion_worker.hpp"
+#include "testing/sim_walk.hpp"
 #include "tests/fusion/fusion_support.hpp"
-#include "testing/pose_error.hpp"
 
 namespace tampered {
 namespace {
@@ -38,7 +38,7 @@ lum::FUSION_ERROR_CODE WalkSource::process() {
     for (const pyra_sim::CameraSettings& settings : scene_.cameras) {
         const double since = pyra_sim::cameraPhase(scene_, settings) + next_ / double(settings.fps);
         const uint64_t trueNs = kStartNs + uint64_t(std::llround(since * 1e9));
-        Camera& camera = cameras_[int(settings.serial)];
+        HeldCapture& camera = cameras_[int(settings.serial)];
         camera.latest = pyra_sim::observe(scene_, pyra_sim::cameraAt(settings, since), trueNs, observation);
         camera.latest.timestamp = lum::Timestamp(trueNs);
         camera.latest.is_new = true;
@@ -51,14 +51,8 @@ lum::FUSION_ERROR_CODE WalkSource::process() {
 
 void WalkSource::retrieveBodies(lum::Bodies& bodies, lum::CameraIdentifier id) {
     auto found = cameras_.find(int(id.sn));
-    if (found == cameras_.end()) {
-        bodies = lum::Bodies();
-        return;
-    }
-    bodies = found->second.latest;
-    bodiesToRoom(bodies, found->second.pose);
-    bodies.is_new = found->second.unread;
-    found->second.unread = false;
+    if (found == cameras_.end()) bodies = lum::Bodies();
+    else found->second.handOver(bodies);
 }
 
 void WalkSource::updatePose(lum::CameraIdentifier camera, const lum::Transform& pose) {
@@ -101,14 +95,8 @@ Outcome calibrate(const pyra_sim::Scene& scene, double seconds, const Tamper& ta
 
 std::map<int, std::pair<double, double>> errors(const pyra_sim::Scene& scene, const std::map<int, lum::Transform>& found) {
     std::map<int, std::pair<double, double>> out;
-    if (found.empty()) return out;
-    const int reference = found.begin()->first;
-    const lum::Transform truthReference = pyra_sim::findCamera(scene, unsigned(reference))->pose;
-    for (const auto& [serial, pose] : found) {
-        const lum::Transform truth = pyra_sim::findCamera(scene, unsigned(serial))->pose;
-        out[serial] = synthetic::poseError(synthetic::relativePose(truthReference, truth),
-                                           synthetic::relativePose(found.at(reference), pose));
-    }
+    for (const auto& [serial, error] : simwalk::errorsAgainstTruth(scene, found))
+        out[serial] = {error.rotationDeg, error.positionMm};
     return out;
 }
 

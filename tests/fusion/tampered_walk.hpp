@@ -31,16 +31,11 @@ public:
     bool ended() const override { return ended_; }
 
 private:
-    struct Camera {
-        lum::Bodies latest;
-        lum::Transform pose;
-        bool unread = false;
-    };
     pyra_sim::Scene scene_;
     int frames_ = 0;
     int next_ = 0;
     Tamper tamper_;
-    std::map<int, Camera> cameras_;
+    std::map<int, HeldCapture> cameras_;
     std::mutex poseMutex_;
     std::map<int, lum::Transform> pendingPoses_;
     bool ended_ = false;

@@ -26,6 +26,7 @@ pyra_sim::Scene wideScene() {
 
 TEST(Simulation, NoiseMatchesTheSceneSettings) {
     pyra_sim::Scene scene = pyra_sim::defaultScene();
+    for (auto& camera : scene.cameras) camera.tracker = pyra_sim::TrackerSettings::none();
     pyra_sim::ObservationOptions options;
     options.confidenceThreshold = 0.f;
     // Depth errors per keypoint: each joint has a bias of its own, the noise is the spread.

@@ -98,12 +98,14 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     const QString report = inTemporary("report.json");
     CliRun run;
     {
-        // On the virtual room clock: the same two minutes of walking on every run, however busy
-        // the machine. Every camera lands within a few millimetres, yet may read settling
-        // (exit 7): the pull the model cannot fit keeps its stated sigma near the Good limit.
+        // On the virtual room clock: the same three minutes of walking on every run, however
+        // busy the machine, while nobody hides anyone (the scene turns occlusion off: it costs
+        // 40 % of the frames). Every camera lands within a few millimetres, yet may read
+        // settling (exit 7): the pull the model cannot fit keeps its stated sigma near the
+        // Good limit.
         const ScopedVariable scene("PYRA_SIM_SCENE", scenePath);
         const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
-        run = runCli({"calibrate", "--usb", "--seconds", "120", "--output", output, "--report", report, "--json"},
+        run = runCli({"calibrate", "--usb", "--seconds", "180", "--output", output, "--report", report, "--json"},
                      150000);
     }
     ASSERT_TRUE(run.status == 0 || run.status == 7) << run.out << run.err;
@@ -449,12 +451,13 @@ TEST(HaldenCli, RecordsAndReplaysToTheSameFiles) {
 
 // A camera knocked halfway through the walk no longer fits one pose: it is found anew and,
 // not placed again yet, left out with exit 7 and its name; with --require-good the room file
-// is not written at all.
+// is not written at all. Without lost captures and id switches: in 24 s they leave too few
+// frames for the knock to be told from a camera still settling.
 TEST(HaldenCli, AKnockedCameraIsNeverSavedSilently) {
     const ScopedVariable scene("PYRA_SIM_SCENE", writeText("knocked_scene.json", R"({"seed": 5, "cameras": [
-        {"serial": 41001, "position": [-2.8, 2.6, -2.8], "look_at": [0, 0.9, 0]},
-        {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0]},
-        {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0],
+        {"serial": 41001, "position": [-2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "tracker": {"drop_rate": 0, "id_switch_interval_s": 0}},
+        {"serial": 41002, "position": [2.8, 2.6, -2.8], "look_at": [0, 0.9, 0], "tracker": {"drop_rate": 0, "id_switch_interval_s": 0}},
+        {"serial": 41003, "position": [2.8, 2.6, 2.8], "look_at": [0, 0.9, 0], "tracker": {"drop_rate": 0, "id_switch_interval_s": 0},
          "faults": {"knock_after_s": 12, "knock_rotation_deg": [0, 4, 0], "knock_shift": [0.1, 0, 0]}}]})"));
     const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
     const QString written = inTemporary("knocked.json");

@@ -62,7 +62,8 @@ void expectNearTruth(pyra_sim::Scene scene, const QString& output, const std::st
 
 // One person in 12 m x 3 m corridors: cameras that only see the walk from the far end,
 // or only each other, wait for an agreed pose instead of being written wherever the
-// solver's first steps left them.
+// solver's first steps left them. The scenes lose no captures: with 1 % lost, corridor_a's
+// far pair is still written 24 deg off, named as not good (exit 7).
 TEST(WrongPose, ACorridorWalkNeverWritesACameraFarFromTheTruth) {
     for (const char* name : {"corridor_a", "corridor_b"}) {
         const std::string path = std::string(HALDEN_SOURCE_DIR "/tests/fusion/scenes/") + name + ".json";

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <cerrno>
-#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -12,15 +11,9 @@
 
 #include "lum/lum.hpp"
 #include "pyra_sim/scene.hpp"
+#include "tools/stop_flag.hpp"
 
 namespace {
-
-// The signal may land on any thread (a worker's included), so the flag is a lock-free
-// atomic rather than a sig_atomic_t, which is only safe within one thread.
-std::atomic<bool> stopRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
-
-void onSignal(int) { stopRequested = true; }
 
 const char* kUsage =
     "usage: body_relay [--scene FILE] --serial N --port P [--bind ADDRESS]\n"
@@ -111,7 +104,7 @@ int main(int argc, char** argv) {
     if (code != lum::ERROR_CODE::SUCCESS) return fail("cannot publish: " + lum::toString(code));
 
     struct sigaction action {};
-    action.sa_handler = onSignal;
+    action.sa_handler = stopflag::onSignal;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
@@ -121,7 +114,7 @@ int main(int argc, char** argv) {
 
     lum::Bodies bodies;
     lum::BodyTrackingRuntimeParameters runtime;
-    while (!stopRequested) {
+    while (!stopflag::raised) {
         code = cam.grab();
         if (code != lum::ERROR_CODE::SUCCESS) return fail("grab failed: " + lum::toString(code), 3);
         cam.retrieveBodies(bodies, runtime);

@@ -3,7 +3,6 @@
 // simulated truth. Poses are the scene's true poses, so the distance shows the fusion alone.
 #include <algorithm>
 #include <cmath>
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -12,14 +11,9 @@
 
 #include "lum/lum.hpp"
 #include "pyra_sim/scene.hpp"
+#include "tools/stop_flag.hpp"
 
 namespace {
-
-// The signal may land on any thread (a worker's included), so the flag is a lock-free
-// atomic rather than a sig_atomic_t, which is only safe within one thread.
-std::atomic<bool> stopRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
-void onSignal(int) { stopRequested = true; }
 
 const char* kUsage =
     "usage: fusion_example [--scene FILE] [--host IP] [--seconds N] SERIAL:PORT [SERIAL:PORT ...]\n"
@@ -81,12 +75,12 @@ int main(int argc, char** argv) {
     }
     if (subscribed == 0) return 1;
     fusion.enableBodyTracking();
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    std::signal(SIGINT, stopflag::onSignal);
+    std::signal(SIGTERM, stopflag::onSignal);
 
     lum::Timestamp start = lum::Timestamp::now(), lastPrint = start;
     lum::Bodies fused;
-    while (!stopRequested && (lum::Timestamp::now().getSeconds() - start.getSeconds()) < seconds) {
+    while (!stopflag::raised && (lum::Timestamp::now().getSeconds() - start.getSeconds()) < seconds) {
         if (fusion.process() != lum::FUSION_ERROR_CODE::SUCCESS) continue;
         fusion.retrieveBodies(fused, lum::BodyTrackingFusionRuntimeParameters(4, -1));
         lum::Timestamp now = lum::Timestamp::now();

@@ -14,6 +14,7 @@
 
 #include "calibration/calibration_verdict.hpp"
 #include "calibration/report_json.hpp"
+#include "tools/halden_cli/fusion_start.hpp"
 #include "tools/halden_cli/output_paths.hpp"
 
 namespace {
@@ -90,10 +91,7 @@ CalibrationSession::CalibrationSession(CliOptions options_, std::vector<lum::Fus
                                                     : SkeletonMulticameraCalibration::Model::Refined);
 
     connect(&worker, &FusionWorker::isInit, this, &CalibrationSession::onStarted);
-    connect(&worker, &FusionWorker::error, this, &CalibrationSession::onStartFailed);
-    connect(&worker, &QThread::finished, this, [this] {
-        if (!started) onStartFailed();
-    });
+    onFusionStartFailure(worker, this, [this] { return !ended && !started; }, [this] { end(kFusionNotStarted); });
     connect(&worker, &FusionWorker::incCalib, this, [this](int value) { percent = value; });
     connect(&worker, &FusionWorker::calibrationReport, this, &CalibrationSession::onReport);
     // As it happens: a camera gone quiet or held apart at minute 3 is named at minute 3.
@@ -137,12 +135,6 @@ void CalibrationSession::onStarted() {
     clock.start();
     tickTimer.start(1000);
     progress.update(progressState(), true);
-}
-
-void CalibrationSession::onStartFailed() {
-    if (ended || started) return;
-    std::cerr << "halden-cli: the fusion could not start with fewer than two working cameras" << std::endl;
-    end(kFusionNotStarted);
 }
 
 void CalibrationSession::onReport(const CalibrationReport& report) {

@@ -35,7 +35,6 @@ public:
 
 private:
     void onStarted();
-    void onStartFailed();
     void onReport(const CalibrationReport& report);
     void finish();
     void end(CliStatus status);

@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QTimer>
 
-#include <atomic>
 #include <csignal>
 #include <iostream>
 #include <set>
@@ -16,16 +15,10 @@
 #include "tools/halden_cli/monitor_session.hpp"
 #include "tools/halden_cli/output_paths.hpp"
 #include "tools/halden_cli/record_session.hpp"
+#include "tools/stop_flag.hpp"
 #include "workspace/room_usb.hpp"
 
 namespace {
-
-// The signal may land on any thread (a worker's included), so the flag is a lock-free
-// atomic rather than a sig_atomic_t, which is only safe within one thread.
-std::atomic<bool> interrupted{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler needs a lock-free flag");
-
-void onSignal(int) { interrupted = true; }
 
 int listDevices() {
     const roomusb::UsbRoom room = roomusb::discover();
@@ -138,7 +131,7 @@ template <typename Session>
 int runSession(QCoreApplication& app, Session& session) {
     QTimer signalPoll;
     QObject::connect(&signalPoll, &QTimer::timeout, [&session] {
-        if (interrupted) session.interrupt();
+        if (stopflag::raised) session.interrupt();
     });
     signalPoll.start(100);
     session.start();
@@ -198,8 +191,8 @@ int main(int argc, char** argv) {
     if (!checked.replay.empty())
         if (const int status = openReplay(checked, replay, room)) return endEarly(checked, status, "");
 
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    std::signal(SIGINT, stopflag::onSignal);
+    std::signal(SIGTERM, stopflag::onSignal);
     if (checked.command == CliOptions::Command::Monitor) {
         MonitorSession monitor(checked, std::move(room), std::move(replay));
         return runSession(app, monitor);

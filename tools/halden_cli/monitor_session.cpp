@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <iostream>
 
+#include "tools/halden_cli/fusion_start.hpp"
+
 namespace {
 
 // Farther than this from the room's origin no camera of one room stands; a pose there
@@ -67,13 +69,7 @@ MonitorSession::MonitorSession(CliOptions options_, std::vector<lum::FusionConfi
         else
             std::cerr << "halden-cli: watching " << room.size() << " cameras through " << options.replay << std::endl;
     });
-    auto failed = [this] {
-        if (ended || started) return;
-        std::cerr << "halden-cli: the fusion could not start with fewer than two working cameras" << std::endl;
-        end(kFusionNotStarted);
-    };
-    connect(&worker, &FusionWorker::error, this, failed);
-    connect(&worker, &QThread::finished, this, failed);
+    onFusionStartFailure(worker, this, [this] { return !ended && !started; }, [this] { end(kFusionNotStarted); });
     connect(&worker, &FusionWorker::cameraMoved, this, [this](int serial, double rotationDeg, double shiftMm) {
         ++moved;
         std::printf("camera %d moved: turned about %.1f deg, its view shifted about %.0f mm where people walk\n", serial, rotationDeg,

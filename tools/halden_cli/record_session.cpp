@@ -6,6 +6,8 @@
 
 #include <iostream>
 
+#include "tools/halden_cli/fusion_start.hpp"
+
 RecordSession::RecordSession(CliOptions options_, std::vector<lum::FusionConfiguration> room_)
     : options(std::move(options_)), room(std::move(room_)), prompts(std::make_shared<ConsolePrompts>()) {
     worker.setPrompts(prompts);
@@ -17,13 +19,7 @@ RecordSession::RecordSession(CliOptions options_, std::vector<lum::FusionConfigu
         std::cerr << "halden-cli: recording " << room.size() << " cameras for " << options.seconds << " s into "
                   << options.output << std::endl;
     });
-    auto failed = [this] {
-        if (ended || started) return;
-        std::cerr << "halden-cli: the fusion could not start with fewer than two working cameras" << std::endl;
-        end(kFusionNotStarted);
-    };
-    connect(&worker, &FusionWorker::error, this, failed);
-    connect(&worker, &QThread::finished, this, failed);
+    onFusionStartFailure(worker, this, [this] { return !ended && !started; }, [this] { end(kFusionNotStarted); });
     connect(&worker, &FusionWorker::runEnded, this, [this] { end(kWritten); });
 }
 

@@ -1,8 +1,12 @@
 // Request body checks of the hub emulator: depth counted on the raw text, then parsing.
 #include "tools/hub_emulator/request_body.hpp"
 
-std::size_t valuesIn(const std::string& text) {
-    std::size_t values = 1;
+namespace {
+
+// Calls `visit` with each character of `text` that stands outside its strings, until
+// `visit` returns false.
+template <typename Visit>
+void forEachOutsideStrings(const std::string& text, Visit visit) {
     bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -11,30 +15,32 @@ std::size_t valuesIn(const std::string& text) {
             else if (c == '"') inString = false;
         } else if (c == '"') {
             inString = true;
-        } else if (c == '[' || c == '{' || c == ',') {
-            ++values;
+        } else if (!visit(c)) {
+            return;
         }
     }
+}
+
+}  // namespace
+
+std::size_t valuesIn(const std::string& text) {
+    std::size_t values = 1;
+    forEachOutsideStrings(text, [&values](char c) {
+        if (c == '[' || c == '{' || c == ',') ++values;
+        return true;
+    });
     return values;
 }
 
 bool nestedDeeperThan(const std::string& text, int limit) {
     int depth = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > limit) return true;
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return false;
+    bool deeper = false;
+    forEachOutsideStrings(text, [&](char c) {
+        if (c == '[' || c == '{') deeper = ++depth > limit;
+        else if (c == ']' || c == '}') --depth;
+        return !deeper;
+    });
+    return deeper;
 }
 
 std::optional<nlohmann::json> parseObjectBody(const std::string& text, std::string& problem) {

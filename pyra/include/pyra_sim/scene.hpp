@@ -23,6 +23,32 @@ struct NoiseSettings {
     float biasTowardCamera = 0.03f;  // metres along the viewing ray
     float missingRate = 0.03f;       // share of visible keypoints reported missing
     float swapRate = 0.005f;         // share of frames with left and right exchanged
+    // Joints lie deeper below the surface seen from the front or back than from the side
+    // (limbs and the trunk are not round); false keeps each joint's pull the same from
+    // every side, at its mean over the directions.
+    bool pullByView = true;
+};
+
+// What a real body tracker gets wrong beyond noise. Every artefact is a pure function of
+// (scene seed, camera, person, time), so recordings of one scene stay identical.
+struct TrackerSettings {
+    bool occlusion = true;         // a person behind another loses the keypoints it hides
+    float occlusionLeak = 0.25f;   // share of hidden keypoints reported at the hider's depth
+    float idSwitchIntervalS = 60;  // mean seconds between a person's new ids; 0: never
+    float dropRate = 0.01f;        // share of frames the sender loses
+    float grabFps = 0;             // the sender takes at most this many frames a second; 0: all
+    float spikeRate = 0.01f;       // share of a body's frames with a jitter spike
+    float spikeMetres = 0.15f;     // size of a spike
+
+    // A tracker that only adds noise, for tests that look at the noise alone.
+    static TrackerSettings none() {
+        TrackerSettings t;
+        t.occlusion = false;
+        t.idSwitchIntervalS = 0;
+        t.dropRate = 0;
+        t.spikeRate = 0;
+        return t;
+    }
 };
 
 struct FaultSettings {
@@ -58,6 +84,7 @@ struct CameraSettings {
     double clockOffsetSeconds = 0.0;
     double clockDriftPpm = 0.0;
     NoiseSettings noise;
+    TrackerSettings tracker;
     FaultSettings faults;
 };
 
@@ -147,6 +174,10 @@ struct ObservedTruth {
 // What `camera` reports at a frame time: its bodies with the noise of the scene.
 lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t timestampNs,
                     const ObservationOptions& options, std::vector<ObservedTruth>* truth = nullptr);
+
+// Whether the sender of `camera` loses its capture number `frame` (frames are taken at
+// phase + frame / fps of the camera's own clock).
+bool frameDropped(const Scene& scene, const CameraSettings& camera, int64_t frame);
 
 // Depth noise of a camera at a depth, in metres, for a depth mode.
 float depthSigma(const NoiseSettings& noise, float depth, lum::DEPTH_MODE mode);

@@ -6,10 +6,12 @@
 #include <limits>
 #include <string>
 
-#include "covariance.hpp"
+#include "lum/covariance.hpp"
 #include "pyra_sim/scene.hpp"
 #include "sim/hash_random.hpp"
+#include "sim/joint_pull.hpp"
 #include "sim/people.hpp"
+#include "sim/tracker_artefacts.hpp"
 
 namespace pyra_sim {
 
@@ -29,32 +31,35 @@ struct OutputFrame {
     lum::Vector3f point(const lum::Vector3f& p) const { return axes * p * scale; }
 
     std::array<float, 6> covariance(const float c[3][3]) const {
-        return pyra::transformCovariance(axes, scale, upperTriangle(c));
+        return lum::transformCovariance(axes, scale, upperTriangle(c));
     }
 };
 
-// How deep below the visible surface each joint lies, relative to the camera's `bias`:
-// the trunk is thick, wrists and ankles are thin. Scaled so that the mean over a layout's
-// keypoints is 1, which keeps `bias` the mean pull.
-std::vector<float> biasFactors(lum::BODY_FORMAT format) {
-    std::vector<float> factors;
-    for (int joint : layoutJoints(format)) {
-        float f = 1.f;
-        if (joint <= SPINE_HIGH || joint == L_HIP || joint == R_HIP) f = 1.8f;
-        else if (joint == NECK || joint == L_CLAVICLE || joint == R_CLAVICLE || joint == L_SHOULDER ||
-                 joint == R_SHOULDER)
-            f = 1.4f;
-        else if (joint <= R_EAR) f = 1.0f;
-        else if (joint == L_ELBOW || joint == R_ELBOW || joint == L_KNEE || joint == R_KNEE) f = 0.9f;
-        else if (joint == L_WRIST || joint == R_WRIST || joint == L_ANKLE || joint == R_ANKLE) f = 0.5f;
-        else f = 0.4f;  // hands, fingers, heels, feet and toes
-        factors.push_back(f);
+// The body's facing in the camera frame, from its hips (x to the person's right, y up,
+// z forward); false when the layout has no hips to tell.
+bool facingOf(const std::vector<lum::Vector3f>& local, lum::BODY_FORMAT format, const lum::Vector3f& up,
+              lum::Vector3f& forward) {
+    const std::vector<int>& joints = layoutJoints(format);
+    int left = -1, right = -1;
+    for (size_t i = 0; i < joints.size(); ++i) {
+        if (joints[i] == L_HIP) left = int(i);
+        if (joints[i] == R_HIP) right = int(i);
     }
-    float mean = 0.f;
-    for (float f : factors) mean += f;
-    if (!factors.empty()) mean /= float(factors.size());
-    for (float& f : factors) f /= mean;
-    return factors;
+    if (left < 0 || right < 0) return false;
+    lum::Vector3f across = local[size_t(right)] - local[size_t(left)];
+    across = across - up * lum::Vector3f::dot(across, up);
+    forward = lum::Vector3f::cross(up, across);
+    const float norm = forward.norm();
+    if (norm < 1e-6f) return false;
+    forward = forward / norm;
+    return true;
+}
+
+// Cosine of the angle between the horizontal part of the ray to `p` and the facing.
+float cosineToFacing(const lum::Vector3f& p, const lum::Vector3f& up, const lum::Vector3f& forward) {
+    lum::Vector3f flat = p - up * lum::Vector3f::dot(p, up);
+    const float norm = flat.norm();
+    return norm < 1e-6f ? 0.f : lum::Vector3f::dot(flat, forward) / norm;
 }
 
 }  // namespace
@@ -86,34 +91,55 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
     const float tanV = float(std::tan(0.5 * camera.verticalFovDeg * kDegToRad));
     const NoiseSettings& noise = camera.noise;
     const std::vector<int>& mirror = layoutMirror(camera.bodyFormat);
-    const std::vector<float> bias = biasFactors(camera.bodyFormat);
+    const JointPull pull(camera.bodyFormat, noise.pullByView);
     const float nan = std::numeric_limits<float>::quiet_NaN();
+    const lum::Vector3f up = roomToCamera * lum::Vector3f(0.f, 1.f, 0.f) - roomToCamera * lum::Vector3f();
+    const TrackerSettings& tracker = camera.tracker;
 
-    for (const TrueBody& person : peopleAt(scene, timestampNs, camera.bodyFormat)) {
+    const std::vector<TrueBody> people = peopleAt(scene, timestampNs, camera.bodyFormat);
+    std::vector<std::vector<lum::Vector3f>> locals;
+    for (const TrueBody& person : people) {
+        std::vector<lum::Vector3f> local;
+        for (const lum::Vector3f& p : person.keypoints) local.push_back(roomToCamera * p);
+        locals.push_back(std::move(local));
+    }
+    std::vector<std::vector<float>> hiders;
+    if (tracker.occlusion && people.size() > 1) hiders = hidingDepths(locals, up);
+
+    for (size_t index = 0; index < people.size(); ++index) {
+        const TrueBody& person = people[index];
         HashRandom rng(hashKey({scene.seed, camera.serial, timestampNs, uint64_t(person.id), 0x4f4253ULL}));
+        HashRandom hiding(hashKey({scene.seed, camera.serial, timestampNs, uint64_t(person.id), 0x48494445ULL}));
         const size_t n = person.keypoints.size();
-        std::vector<lum::Vector3f> local(n);
+        const std::vector<lum::Vector3f>& local = locals[index];
         std::vector<bool> inView(n);
+        std::vector<float> hiddenAt(n, nan);  // a hidden keypoint reported at its hider's depth
         size_t visible = 0;
         for (size_t i = 0; i < n; ++i) {
-            local[i] = roomToCamera * person.keypoints[i];
             float depth = -local[i].z;
             inView[i] = depth >= camera.minDepth && depth <= camera.maxDepth &&
                         std::fabs(local[i].x) <= tanH * depth && std::fabs(local[i].y) <= tanV * depth;
+            if (inView[i] && !hiders.empty() && !std::isnan(hiders[index][i])) {
+                // The tracker either loses a hidden joint or puts it on the surface in front.
+                if (hiding.chance(tracker.occlusionLeak)) hiddenAt[i] = hiders[index][i];
+                else inView[i] = false;
+            }
             visible += inView[i];
         }
         // A tracker needs most of a person in view before it reports anyone.
         if (visible * 2 < n) continue;
+        lum::Vector3f forward;
+        const bool facing = facingOf(local, camera.bodyFormat, up, forward);
 
         lum::BodyData body;
         // Each camera's tracker numbers people its own way; only the truth knows who is who.
-        body.id = int(hashKey({camera.serial, uint64_t(person.id), 0x5452414bULL}) % (1u << 30));
+        body.id = trackerId(scene, camera, person.id, timestampNs);
         body.unique_object_id = std::to_string(body.id);
         body.tracking_state = lum::OBJECT_TRACKING_STATE::OK;
         body.keypoint.assign(n, lum::Vector3f(nan, nan, nan));
         body.keypoint_confidence.assign(n, 0.f);
         body.keypoint_covariances.assign(n, std::array<float, 6>{});
-        lum::Vector3f sum;
+        std::vector<lum::Vector3f> seen(n, lum::Vector3f(nan, nan, nan));  // camera frame
         int reported = 0;
         float meanDepth = 0.f;
         for (size_t i = 0; i < n; ++i) {
@@ -122,8 +148,11 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
             float depth = -p.z;
             float sd = depthSigma(noise, depth, options.depthMode);
             float sl = noise.lateralSigmaPx / noise.focalPx * depth;
-            const float pull = noise.biasTowardCamera * (i < bias.size() ? bias[i] : 1.f);
-            lum::Vector3f q = p - p * (pull / p.norm());
+            const float towardCamera =
+                noise.biasTowardCamera * pull.factor(i, facing ? cosineToFacing(p, up, forward) : 0.f);
+            lum::Vector3f q = p - p * (towardCamera / p.norm());
+            // Stereo depth finds the surface in front of a hidden joint.
+            if (!std::isnan(hiddenAt[i])) q = p * (hiddenAt[i] / depth);
             float biasedDepth = -q.z;
             q = q * ((biasedDepth + sd * float(rng.normal())) / biasedDepth);
             q.x += sl * float(rng.normal());
@@ -137,14 +166,21 @@ lum::Bodies observe(const Scene& scene, const CameraSettings& camera, uint64_t t
             c[0][0] += sl * sl;
             c[1][1] += sl * sl;
 
-            body.keypoint[i] = frame.point(q);
+            seen[i] = q;
             body.keypoint_covariances[i] = frame.covariance(c);
             body.keypoint_confidence[i] = std::clamp(95.f - 4.f * depth + 2.f * float(rng.normal()), 5.f, 99.f);
-            sum += q;
             meanDepth += depth;
             ++reported;
         }
         if (reported == 0) continue;
+        // The tracker's stated covariance knows nothing of its own spikes.
+        addJitterSpike(scene, camera, person.id, timestampNs, seen);
+        lum::Vector3f sum;
+        for (size_t i = 0; i < n; ++i) {
+            if (std::isnan(seen[i].x)) continue;
+            body.keypoint[i] = frame.point(seen[i]);
+            sum += seen[i];
+        }
         meanDepth /= float(reported);
         float share = float(reported) / float(n);
         body.confidence = std::clamp(40.f + 55.f * share - 3.f * std::max(0.f, meanDepth - 5.f) +

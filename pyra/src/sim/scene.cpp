@@ -142,6 +142,17 @@ void readNoise(FieldReader& in, const json& j, const std::string& path, NoiseSet
     in.number(j, "bias", path, n.biasTowardCamera, -1.0, 1.0);
     in.number(j, "missing_rate", path, n.missingRate, 0.0, 1.0);
     in.number(j, "swap_rate", path, n.swapRate, 0.0, 1.0);
+    in.boolean(j, "pull_by_view", path, n.pullByView);
+}
+
+void readTracker(FieldReader& in, const json& j, const std::string& path, TrackerSettings& t) {
+    in.boolean(j, "occlusion", path, t.occlusion);
+    in.number(j, "occlusion_leak", path, t.occlusionLeak, 0.0, 1.0);
+    in.number(j, "id_switch_interval_s", path, t.idSwitchIntervalS, 0.0, 86400.0);
+    in.number(j, "drop_rate", path, t.dropRate, 0.0, 0.9);
+    in.number(j, "grab_fps", path, t.grabFps, 0.0, 120.0);
+    in.number(j, "spike_rate", path, t.spikeRate, 0.0, 1.0);
+    in.number(j, "spike_m", path, t.spikeMetres, 0.0, 2.0);
 }
 
 void readFaults(FieldReader& in, const json& j, const std::string& path, FaultSettings& f) {
@@ -198,6 +209,7 @@ void readCamera(FieldReader& in, const json& j, const std::string& path, CameraS
     in.number(j, "clock_offset_s", path, c.clockOffsetSeconds, -86400.0, 86400.0);
     in.number(j, "clock_drift_ppm", path, c.clockDriftPpm, -1000.0, 1000.0);
     if (const json* n = in.object(j, "noise", path)) readNoise(in, *n, path + "noise.", c.noise);
+    if (const json* t = in.object(j, "tracker", path)) readTracker(in, *t, path + "tracker.", c.tracker);
     if (const json* f = in.object(j, "faults", path)) readFaults(in, *f, path + "faults.", c.faults);
 }
 

@@ -1,5 +1,5 @@
-// MessagePack frames and handshake messages. The decoder parses through a depth-limited
-// SAX front so hostile nesting cannot exhaust the stack, then checks every field it uses.
+// MessagePack frames and handshake messages. The decoder parses under a depth limit so
+// hostile nesting cannot exhaust the stack, then checks every field it uses.
 #include "transport/frame_codec.hpp"
 
 #include <cmath>
@@ -8,42 +8,18 @@
 
 #include <nlohmann/json.hpp>
 
+#include "pyra_codec/msgpack_reader.hpp"
+
 namespace pyra::transport {
 
 namespace {
 
 using nlohmann::json;
 using Bytes = std::vector<uint8_t>;
+using pyra_codec::readInteger;
 
 constexpr int kFormatVersion = 1;
 constexpr size_t kMaxDepth = 6;
-
-// The DOM builder of nlohmann, refusing documents nested deeper than a frame ever is.
-class BoundedDomParser {
-public:
-    explicit BoundedDomParser(json& root) : dom_(root, false) {}
-
-    bool null() { return dom_.null(); }
-    bool boolean(bool v) { return dom_.boolean(v); }
-    bool number_integer(json::number_integer_t v) { return dom_.number_integer(v); }
-    bool number_unsigned(json::number_unsigned_t v) { return dom_.number_unsigned(v); }
-    bool number_float(json::number_float_t v, const json::string_t& s) { return dom_.number_float(v, s); }
-    bool string(json::string_t& v) { return dom_.string(v); }
-    bool binary(json::binary_t& v) { return dom_.binary(v); }
-    bool start_object(size_t n) { return ++depth_ <= kMaxDepth && dom_.start_object(n); }
-    bool key(json::string_t& v) { return dom_.key(v); }
-    bool end_object() { --depth_; return dom_.end_object(); }
-    bool start_array(size_t n) { return ++depth_ <= kMaxDepth && dom_.start_array(n); }
-    bool end_array() { --depth_; return dom_.end_array(); }
-    template <typename Exception>
-    bool parse_error(size_t at, const std::string& token, const Exception& e) {
-        return dom_.parse_error(at, token, e);
-    }
-
-private:
-    nlohmann::detail::json_sax_dom_parser<json> dom_;
-    size_t depth_ = 0;
-};
 
 bool parseMsgpack(const void* data, size_t size, json& out, std::string* why) {
     if (!data || size == 0) {
@@ -54,12 +30,8 @@ bool parseMsgpack(const void* data, size_t size, json& out, std::string* why) {
         if (why) *why = "message larger than " + std::to_string(kMaxFrameBytes) + " bytes";
         return false;
     }
-    const uint8_t* begin = static_cast<const uint8_t*>(data);
-    try {
-        BoundedDomParser sax(out);
-        if (json::sax_parse(begin, begin + size, &sax, json::input_format_t::msgpack, true)) return true;
-    } catch (const std::exception&) {
-    }
+    // Only depth is budgeted: a frame's size bound already bounds its values.
+    if (pyra_codec::parseBounded(static_cast<const uint8_t*>(data), size, kMaxDepth, SIZE_MAX, out)) return true;
     if (why) *why = "not a MessagePack document of accepted depth";
     return false;
 }
@@ -77,17 +49,6 @@ bool readFloats(const json& object, const char* key, size_t count, float* out) {
     const auto& bin = it->get_binary();
     if (bin.size() != count * sizeof(float)) return false;
     if (count) std::memcpy(out, bin.data(), bin.size());
-    return true;
-}
-
-template <typename T>
-bool readInteger(const json& object, const char* key, T lo, T hi, T& out) {
-    auto it = object.find(key);
-    if (it == object.end() || !it->is_number_integer()) return false;
-    // Wide enough for every signed and unsigned 64-bit value MessagePack can carry.
-    __int128 v = it->is_number_unsigned() ? __int128(it->get<uint64_t>()) : __int128(it->get<int64_t>());
-    if (v < __int128(lo) || v > __int128(hi)) return false;
-    out = T(v);
     return true;
 }
 
