@@ -28,11 +28,17 @@ CaptureGate::CaptureGate(Options options) : options_(options) {}
 
 void CaptureGate::clear() {
     cameras_.clear();
+    offsets_.clear();
     drops_.clear();
     firstNs_ = -1;
 }
 
 void CaptureGate::setClockOffset(int camera, int64_t offsetNs) { offsets_[camera] = offsetNs; }
+
+bool CaptureGate::onRoomClock(int camera) const {
+    auto found = cameras_.find(camera);
+    return found != cameras_.end() && found->second.inStep;
+}
 
 CameraNotice CaptureGate::notice(int camera, int64_t nowNs, std::string text) const {
     return {camera, nowNs, double(nowNs - firstNs_) * 1e-9, "camera " + std::to_string(camera) + ": " + text};
@@ -70,15 +76,27 @@ uint64_t CaptureGate::roomStamp(int64_t nowNs, std::map<int, bool>& inStep) cons
     return room;
 }
 
+bool CaptureGate::offsetExplains(int id, const std::map<int, bool>& inStep) const {
+    auto own = offsets_.find(id);
+    if (own == offsets_.end()) return false;
+    // The room's stamp on the offsets' reference clock, as the in-step cameras tell it.
+    std::vector<int64_t> room;
+    for (const auto& [other, agrees] : inStep) {
+        auto offset = offsets_.find(other);
+        if (agrees && offset != offsets_.end()) room.push_back(int64_t(cameras_.at(other).stampNs) - offset->second);
+    }
+    if (room.empty()) return false;
+    std::nth_element(room.begin(), room.begin() + long(room.size() / 2), room.end());
+    const int64_t stamp = int64_t(cameras_.at(id).stampNs) - own->second;
+    return apartNs(uint64_t(stamp), uint64_t(room[room.size() / 2])) <= uint64_t(options_.maxClockSkewNs);
+}
+
 std::vector<CameraNotice> CaptureGate::screen(std::map<int, lum::Bodies*>& captures, int64_t nowNs) {
     std::vector<CameraNotice> notices;
     // A clock driven by captures reads 0 until the first of them.
     if (firstNs_ <= 0) firstNs_ = nowNs;
     for (auto& [id, bodies] : captures) {
         if (!bodies->is_new) continue;
-        auto offset = offsets_.find(id);
-        if (offset != offsets_.end())
-            bodies->timestamp = lum::Timestamp(bodies->timestamp.getNanoseconds() - uint64_t(offset->second));
         Camera& camera = cameras_[id];
         if (camera.quiet)
             notices.push_back(notice(id, nowNs, "sends again after " +
@@ -93,17 +111,26 @@ std::vector<CameraNotice> CaptureGate::screen(std::map<int, lum::Bodies*>& captu
     for (auto& [id, bodies] : captures) {
         if (!bodies->is_new) continue;
         Camera& camera = cameras_[id];
-        if (!inStep[id]) {
-            bodies->is_new = false;
+        camera.inStep = inStep[id];
+        if (!camera.inStep) {
             camera.skewS = camera.stampNs >= room ? double(camera.stampNs - room) * 1e-9
                                                   : -double(room - camera.stampNs) * 1e-9;
-            if (!camera.apart)
+            if (!offsetExplains(id, inStep)) {
+                bodies->is_new = false;
+                if (!camera.apart)
+                    notices.push_back(notice(id, nowNs, "its clock is " + skewText(camera.skewS) +
+                                                            " the others': its captures are held apart"));
+                camera.apart = camera.everApart = true;
+                continue;
+            }
+            if (camera.apart || !camera.takenBack)
                 notices.push_back(notice(id, nowNs, "its clock is " + skewText(camera.skewS) +
-                                                        " the others': its captures are held apart"));
-            camera.apart = camera.everApart = true;
-            continue;
+                                                        " the others', as its estimated offset says: its captures "
+                                                        "are taken back"));
+            camera.takenBack = camera.everApart = true;
+        } else if (camera.apart) {
+            notices.push_back(notice(id, nowNs, "its clock agrees with the others' again"));
         }
-        if (camera.apart) notices.push_back(notice(id, nowNs, "its clock agrees with the others' again"));
         camera.apart = false;
 
         const int count = int(bodies->body_list.size());
@@ -156,7 +183,8 @@ std::string CaptureGate::trouble(int id) const {
     const Camera& camera = found->second;
     std::vector<std::string> causes;
     if (camera.everApart)
-        causes.push_back("its clock was " + skewText(camera.skewS) + " the others' (its captures were held apart)");
+        causes.push_back("its clock was " + skewText(camera.skewS) + " the others' (its captures were " +
+                         (camera.takenBack ? "taken back once its offset was known)" : "held apart)"));
     if (camera.mostBodies > 0)
         causes.push_back("it sent up to " + std::to_string(camera.mostBodies) + " bodies in one capture, more than " +
                          std::to_string(options_.maxBodies) + " (refused)");

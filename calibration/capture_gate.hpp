@@ -46,9 +46,14 @@ public:
     // camera's own frame (distances are from the camera).
     void screenKeypoints(int camera, lum::Bodies& bodies);
 
-    // Where a clock offset estimate plugs in: this camera's stamps are judged (and passed
-    // on) less `offsetNs`, so a camera held apart for its clock comes back once it is known.
+    // A camera's clock estimated from the walk (its clock minus a reference camera's, which
+    // need not be in step itself). A camera held apart for its clock is taken back while
+    // its stamp less `offsetNs` agrees with the in-step cameras' stamps less theirs; its
+    // stamps pass on as stamped, for whatever places captures by that clock downstream.
     void setClockOffset(int camera, int64_t offsetNs);
+    // Whether the camera's last capture agreed with the room's clock as stamped: only such
+    // captures may move a clock driven by capture times. A camera taken back does not.
+    bool onRoomClock(int camera) const;
 
     // What went wrong with a camera, worst first ("its clock is 2.00 s ahead of the
     // others'"); empty when nothing did.
@@ -63,6 +68,8 @@ private:
         int64_t lastSeenNs = -1;   // pipeline time of the newest capture
         double skewS = 0;          // stamp minus the room's, when last held apart
         bool apart = false;
+        bool inStep = false;
+        bool takenBack = false;    // off the room's clock as stamped, by as much as its offset says
         bool everApart = false;
         bool quiet = false;
         int64_t quietSinceNs = 0;
@@ -72,6 +79,9 @@ private:
 
     // The cameras whose clocks agree with most others', and the room's stamp among them.
     uint64_t roomStamp(int64_t nowNs, std::map<int, bool>& inStep) const;
+    // Whether the camera's offset explains its skew: false when it, or every in-step camera,
+    // has no offset yet.
+    bool offsetExplains(int camera, const std::map<int, bool>& inStep) const;
     void watchQuiet(const std::map<int, lum::Bodies*>& captures, int64_t nowNs, std::vector<CameraNotice>& notices);
     CameraNotice notice(int camera, int64_t nowNs, std::string text) const;
 

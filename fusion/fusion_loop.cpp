@@ -19,12 +19,6 @@ int64_t steadyNs() {
 constexpr auto kWorld = lum::FUSION_REFERENCE_FRAME::WORLD;
 // The drift monitor needs a few frames a second, not every one.
 constexpr uint64_t kDriftFrameNs = 200000000ull;
-// Clocks change slowly; comparing the whole walk costs a few milliseconds per camera pair.
-constexpr int64_t kClockEstimateNs = 5000000000ll;
-// A clock found this far from the one the frames so far were assembled on starts the
-// collection over: 10 ms of walking is 14 mm of disagreement per joint. Well above what
-// an estimate of a synchronised room moves by (a few milliseconds).
-constexpr double kRetimeS = 0.010;
 
 // Each joint is first pushed back out along its viewing ray by the camera's estimated depth
 // bias (zero for Classic), so what is drawn is what the solve compared.
@@ -133,7 +127,9 @@ void FusionWorker::noteCaptures() {
     uint64_t newest = 0;
     for (const lum::CameraIdentifier& camera : subscribedCameras) {
         const lum::Bodies& bodies = shared.cameraBodies[camera];
-        if (bodies.is_new) newest = std::max<uint64_t>(newest, bodies.timestamp.getNanoseconds());
+        // A camera taken back for its known clock still stamps on its own.
+        if (bodies.is_new && captureGate.onRoomClock(static_cast<int>(camera.sn)))
+            newest = std::max<uint64_t>(newest, bodies.timestamp.getNanoseconds());
     }
     if (newest > 0) clock->captured(static_cast<int64_t>(newest));
 }
@@ -168,6 +164,7 @@ void FusionWorker::collectSkeletons() {
                 const lum::Bodies& bodies = shared.cameraBodies[camera];
                 if (!bodies.is_new) continue;
                 frameAssembler.addBodies(static_cast<int>(camera.sn), bodies);
+                captureLog.add(static_cast<int>(camera.sn), bodies, clock->nowNs());
             }
         } else {
             frame = singlePersonFrame(subscribedCameras, shared.cameraBodies);
@@ -188,6 +185,7 @@ void FusionWorker::collectSkeletons() {
         updateClocks();
         if (!calibration.state.calibratedPoses.empty()) associator.setPoses(calibration.state.calibratedPoses);
         const std::vector<calib::CameraBodies> people = frameAssembler.assemble();
+        captureLog.markAssembly(now);
         emit cameraPeople(associator.cameraPeople());
         reseedStarvedCamera();
         // One frame per person; a nanosecond apart keeps them distinct in the store.
@@ -261,53 +259,6 @@ void FusionWorker::reseedStarvedCamera() {
     for (int camera : pairingWatch.starved())
         if (associator.poseContradicted(camera)) starved.insert(camera);
     for (int camera : reseeds.reviewStarved(starved)) reseedCamera(camera);
-}
-
-void FusionWorker::updateClocks() {
-    const int64_t now = clock->nowNs();
-    if (lastClockEstimateNs >= 0 && now - lastClockEstimateNs < kClockEstimateNs) return;
-    lastClockEstimateNs = now;
-    calib::ClockEstimates latest = clockAligner.estimate();
-    if (latest.reference < 0) return;
-    // A camera once placed keeps its clock while a later comparison falls short.
-    for (const auto& [camera, estimate] : clocks.cameras)
-        if (!latest.cameras.count(camera) && clocks.reference == latest.reference) latest.cameras[camera] = estimate;
-    std::vector<int> retimed;
-    for (const auto& [camera, estimate] : latest.cameras) {
-        auto before = clocks.cameras.find(camera);
-        const double was = before == clocks.cameras.end() ? 0.0 : before->second.offsetAtS(estimate.anchorNs);
-        // Only a camera whose bodies made frames can have put anything wrong in them.
-        if (std::abs(estimate.offsetS - was) > kRetimeS && calibration.frames.cameras().count(camera))
-            retimed.push_back(camera);
-        frameAssembler.setClock(camera, estimate);
-    }
-    clocks = latest;
-    if (retimed.empty()) return;
-    // Frames, pairings and poses found on a wrong clock would hold the solve where they put
-    // it (a pose off by a walk's worth of offset pairs nobody through it): start over.
-    associator.clear();
-    for (int camera : retimed)
-        console::notice() << "Camera " << camera << "'s clock is " << clocks.cameras.at(camera).offsetS
-                          << " s off the first camera's: the frames so far are set aside.";
-    calibration.frames = calib::FrameStore();
-    calibration.state = calib::SolverState();
-    calibrationFrames = 0;
-    discardRunningSolve = solver.busy();
-}
-
-// Offsets against the report's reference camera (its smallest identifier, the solve's).
-void FusionWorker::addClocks(CalibrationReport& report) const {
-    if (report.cameras.empty()) return;
-    auto reference = clocks.cameras.find(report.cameras.front().camera);
-    if (reference == clocks.cameras.end()) return;
-    for (CameraCalibrationReport& camera : report.cameras) {
-        auto found = clocks.cameras.find(camera.camera);
-        if (found == clocks.cameras.end()) continue;
-        camera.clockOffsetS = found->second.offsetS - reference->second.offsetAtS(found->second.anchorNs);
-        camera.clockOffsetSigmaS = camera.camera == reference->first
-                                       ? 0.0
-                                       : std::hypot(found->second.sigmaS, reference->second.sigmaS);
-    }
 }
 
 // The raw skeletons arrive in each camera's own frame while calibrating; drawn through
@@ -400,6 +351,7 @@ int FusionWorker::startCalib(CALIB kind) {
 
     emit incCalib(0);
     frameAssembler.clear();
+    captureLog.clear();
     clockAligner.clear();
     clocks = calib::ClockEstimates();
     lastClockEstimateNs = -1;

@@ -21,6 +21,7 @@
 #include "calibration/body_association.hpp"
 #include "calibration/calibration_report.hpp"
 #include "calibration/capture_gate.hpp"
+#include "calibration/capture_log.hpp"
 #include "calibration/clock_aligner.hpp"
 #include "calibration/drift_monitor.hpp"
 #include "calibration/frame_assembler.hpp"
@@ -183,6 +184,7 @@ private:
     void showThroughCalibration();
     void watchForDrift();
     void updateClocks();
+    void reassembleFrames();
     void addClocks(CalibrationReport& report) const;
     void restartDriftWatch();
     void waitUntilHidden(const PromptMessage& message);
@@ -242,6 +244,8 @@ private:
     calib::ClockAligner clockAligner;
     calib::ClockEstimates clocks;
     int64_t lastClockEstimateNs = -1;
+    // What the frames were assembled from, to make them again on a clock found later.
+    calib::CaptureLog captureLog;
     bool discardRunningSolve = false;  // it started before the clocks were known
     calib::CaptureGate captureGate;
     std::vector<int> savedSerials;
