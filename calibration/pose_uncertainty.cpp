@@ -16,6 +16,10 @@ namespace {
 
 // A half shorter than this says more about its own noise than about the camera.
 constexpr size_t kMinimumHalfFrames = 10;
+// A keypoint pair further apart than this along the ray is two different bodies or a
+// left-right swap; a keypoint seen in fewer pairs has too noisy a mean to count.
+constexpr double kSpreadResidualCap = 0.25;
+constexpr double kSpreadMinimumPairs = 20;
 
 using Poses = std::map<int, SkeletonMulticameraCalibration::PoseStruct>;
 
@@ -157,11 +161,72 @@ std::map<int, ViewGeometry> viewGeometry(const calib::SolveRecord& record) {
     return geometry;
 }
 
+// What one camera's joints still disagree on after the solve, keypoint by keypoint, along
+// its own rays: the single pull per camera fits the mean over the joints, so a keypoint
+// whose mean residual stays away from the others' is pulled differently (or is a different
+// point of the body for this tracker). Such an offset is the same in every frame, so no
+// amount of walking averages it out, and the halves, which share it, cannot see it.
+std::map<int, double> pullSpreadMm(const calib::SolveRecord& record) {
+    struct Sums {
+        double n = 0, sum = 0, squares = 0;
+    };
+    std::map<int, std::map<int, Sums>> perKeypoint;  // camera -> keypoint -> residual along its rays
+    auto pose = [&](int camera, Eigen::Matrix3d& r, Eigen::Vector3d& t) {
+        auto found = record.after.find(camera);
+        if (found == record.after.end()) return false;
+        r = Eigen::Map<const Eigen::Quaterniond>(found->second.q).normalized().toRotationMatrix();
+        t = Eigen::Vector3d(found->second.t[0], found->second.t[1], found->second.t[2]);
+        return true;
+    };
+    auto bias = [&](int camera) {
+        auto found = record.biasesAfter.find(camera);
+        return found == record.biasesAfter.end() ? 0.0 : found->second;
+    };
+    for (const calib::CameraPairData& pair : *record.pairs) {
+        Eigen::Matrix3d rA, rB;
+        Eigen::Vector3d tA, tB;
+        if (!pose(pair.cameraA, rA, tA) || !pose(pair.cameraB, rB, tB)) continue;
+        const double bA = bias(pair.cameraA), bB = bias(pair.cameraB);
+        std::map<int, Sums>& sums = perKeypoint[pair.cameraA];
+        for (const calib::KeypointPair& p : pair.pairs) {
+            if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
+            const Eigen::Vector3d rayA = p.a.normalized(), rayB = p.b.normalized();
+            const Eigen::Vector3d apart = (rA * (p.a + bA * rayA) + tA) - (rB * (p.b + bB * rayB) + tB);
+            const double along = (rA * rayA).dot(apart);
+            if (!std::isfinite(along) || std::abs(along) > kSpreadResidualCap) continue;  // a mismatch, not a pull
+            Sums& s = sums[p.keypoint];
+            s.n += 1;
+            s.sum += along;
+            s.squares += along * along;
+        }
+    }
+    std::map<int, double> spread;
+    for (const auto& [camera, keypoints] : perKeypoint) {
+        double n = 0, sum = 0;
+        for (const auto& [keypoint, s] : keypoints)
+            if (s.n >= kSpreadMinimumPairs) n += s.n, sum += s.sum;
+        if (n == 0) continue;
+        const double overall = sum / n;
+        double between = 0;
+        for (const auto& [keypoint, s] : keypoints) {
+            if (s.n < kSpreadMinimumPairs) continue;
+            const double mean = s.sum / s.n;
+            // Less what the keypoint's own noise puts into its mean, so a short walk's
+            // scatter does not pass for a pull.
+            const double noise = std::max(0.0, s.squares / s.n - mean * mean) / (s.n - 1);
+            between += s.n * std::max(0.0, (mean - overall) * (mean - overall) - noise);
+        }
+        spread[camera] = 1000.0 * std::sqrt(between / n);
+    }
+    return spread;
+}
+
 }  // namespace
 
 void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, CalibrationReport& report) {
     if (!report.usable || !solved.state.lastSolve || !solved.state.lastSolve->pairs) return;
     const std::map<int, ViewGeometry> geometry = viewGeometry(*solved.state.lastSolve);
+    const std::map<int, double> spread = estimatesPull(solved) ? pullSpreadMm(*solved.state.lastSolve) : std::map<int, double>();
     for (CameraCalibrationReport& camera : report.cameras) {
         auto found = geometry.find(camera.camera);
         if (found != geometry.end()) camera.uncertainty.coverage = found->second.coverage;
@@ -193,8 +258,15 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
                                        (pullMm(later.biases, camera.camera) - pullMm(later.biases, reference));
             halvesMm = std::hypot(halvesMm, pullApartMm);
         }
-        const double biasShiftMm = pull * lookApart;
-        const double biasTurnDeg = kBiasTurnShare * biasShiftMm / std::max(view.depthMm, 1.0) * 180.0 / M_PI;
+        // Both ends of the relative pose carry their own joints' unexplained pull.
+        const double spreadMm = std::hypot(spread.count(camera.camera) ? spread.at(camera.camera) : 0.0,
+                                           spread.count(reference) ? spread.at(reference) : 0.0);
+        if (estimatesPull(solved)) u.pullSpreadMm = spreadMm;
+        u.viewDepthMm = view.depthMm;
+        const double depthMm = std::max(view.depthMm, 1.0);
+        const double biasShiftMm = std::hypot(pull * lookApart, kPullSpreadShift * spreadMm);
+        const double biasTurnDeg = std::hypot(kBiasTurnShare * pull * lookApart / depthMm,
+                                              kPullSpreadTurn * spreadMm / depthMm) * 180.0 / M_PI;
         u.rotationSigmaDeg = combined(scale, camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
         u.positionSigmaMm = combined(scale, camera.translationSigmaMm, halvesMm, biasShiftMm);
         u.trackerBiasMm = biasShiftMm;

@@ -27,6 +27,12 @@ constexpr double kRefinedUncertaintyScale = 1.4;
 constexpr double kRefinedPullShare = 0.05;
 // The same pull turns a camera a little: roughly this share of the shift over the depth.
 constexpr double kBiasTurnShare = 0.25;
+// What one pull per camera leaves unexplained shows in the residuals: keypoints whose mean
+// offset along the camera's rays stays apart from the others' (the pull spread). How far
+// such offsets shift and turn the camera's pose depends on the room's geometry; these
+// shares were fitted on the room sweep's training seeds (see docs/benchmarks.md).
+constexpr double kPullSpreadShift = 0.22;
+constexpr double kPullSpreadTurn = 0.28;
 
 // Where a camera's keypoints fell in its view: the share of them left of, right of,
 // above and below its optical axis. A camera that only sees people at one edge of its
@@ -46,6 +52,10 @@ struct CameraUncertainty {
     // fits both halves, i.e. the camera moved while the walk was recorded.
     double residualGrowth = kUnknown;
     double trackerBiasMm = kUnknown;  // the share of positionSigmaMm no amount of walking removes
+    // Refined: how far apart the keypoints' mean residuals along the rays stay (this camera
+    // and the reference together), and how deep its joints are on average.
+    double pullSpreadMm = kUnknown;
+    double viewDepthMm = kUnknown;
     ViewCoverage coverage;
 };
 

@@ -39,6 +39,8 @@ nlohmann::ordered_json toJson(const CalibrationReport& report, const ReadinessTh
                {"halvesApartMm", u.halvesApartMm},
                {"residualGrowth", u.residualGrowth},
                {"trackerBiasMm", u.trackerBiasMm},
+               {"pullSpreadMm", u.pullSpreadMm},
+               {"viewDepthMm", u.viewDepthMm},
                {"viewShares", {{"left", view.left}, {"right", view.right}, {"top", view.top}, {"bottom", view.bottom}}}}}});
     }
     return {{"schema", "halden-calibration-report"},

@@ -18,7 +18,7 @@
 namespace {
 
 const char* kUsage = R"(room_sweep [--rooms N] [--first-seed S] [--jobs J] [--shard K/M] [--results FILE]
-           [--folder DIR] [--keep] [--cli PATH] [--timeout SECONDS]
+           [--folder DIR] [--keep] [--cli PATH] [--timeout SECONDS] [--recordings DIR]
 room_sweep --table FILE...
 room_sweep --compare FILE FILE
 room_sweep --scene SEED
@@ -32,8 +32,10 @@ rooms at once. The tables of every room in the results go to standard output at 
 --table prints them from result files without running anything; --compare says, seed by
 seed, whether two result files agree and where the runs parted if not. A room that went wrong or
 failed silently keeps its folder (scene.json, walk.rec, room.json, report.json, the outputs)
-under --folder (default $TMPDIR/room_sweep); --keep keeps every room's. --scene prints the
-scene file a seed generates.
+under --folder (default $TMPDIR/room_sweep); --keep keeps every room's. --recordings DIR
+calibrates the recordings an earlier --keep run left in DIR (same seed, same scene) instead
+of recording again: a change to the calibration alone is judged in a fraction of the time.
+--scene prints the scene file a seed generates.
 )";
 
 struct Options {
@@ -68,6 +70,7 @@ bool parse(int argc, char** argv, Options& o) {
         else if (a == "--results") o.results = value();
         else if (a == "--folder") o.run.folder = value();
         else if (a == "--cli") o.run.cli = value();
+        else if (a == "--recordings") o.run.recordings = value();
         else if (a == "--timeout") o.run.timeoutSeconds = std::stoi(value());
         else if (a == "--scene") o.sceneSeed = std::stoll(value());
         else if (a == "--shard") {

@@ -118,6 +118,19 @@ void readResult(const std::string& text, RoomResult& room) {
     }
 }
 
+// Takes an earlier run's recording of the same scene, if there is one, into `folder`.
+bool reuseRecording(const std::string& recordings, const GeneratedRoom& generated, const fs::path& folder) {
+    if (recordings.empty()) return false;
+    const fs::path earlier = fs::path(recordings) / ("room-" + std::to_string(generated.seed));
+    if (!fs::exists(earlier / "walk.rec") || !fs::exists(earlier / "record.out")) return false;
+    if (readText(earlier / "scene.json") != generated.sceneText) return false;
+    std::error_code failed;
+    fs::copy_file(earlier / "record.out", folder / "record.out", fs::copy_options::overwrite_existing, failed);
+    if (!failed) fs::create_hard_link(earlier / "walk.rec", folder / "walk.rec", failed);
+    if (failed) fs::copy_file(earlier / "walk.rec", folder / "walk.rec", fs::copy_options::overwrite_existing, failed);
+    return !failed;
+}
+
 }  // namespace
 
 RoomResult runRoom(const GeneratedRoom& generated, const RunSettings& settings) {
@@ -152,10 +165,12 @@ RoomResult runRoom(const GeneratedRoom& generated, const RunSettings& settings) 
         {"TMPDIR", folder.string()}};
     const std::string recording = (folder / "walk.rec").string();
     bool timedOut = false;
-    const int recorded = run({{settings.cli, "record", "--usb", "--seconds", std::to_string(generated.seconds),
-                               "--output", recording},
-                              environment, (folder / "record.out").string(), (folder / "record.err").string()},
-                             settings.timeoutSeconds, timedOut);
+    const int recorded = reuseRecording(settings.recordings, generated, folder)
+                             ? 0
+                             : run({{settings.cli, "record", "--usb", "--seconds", std::to_string(generated.seconds),
+                                     "--output", recording},
+                                    environment, (folder / "record.out").string(), (folder / "record.err").string()},
+                                   settings.timeoutSeconds, timedOut);
     if (recorded != 0) {
         room.problem = timedOut ? "record killed after the time limit"
                                 : "record exited " + std::to_string(recorded) + ": " + lastLine(folder / "record.err");

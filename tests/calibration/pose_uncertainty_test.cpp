@@ -9,10 +9,10 @@
 namespace {
 
 using Model = SkeletonMulticameraCalibration::Model;
+constexpr double kLongWalkSeconds = 240;
 
-// Each model has its own share for what it cannot see; both must cover the truth, and
-// Refined, which sees the trackers' pull, must let a well-placed camera read Good without
-// ever calling a camera Good that is not.
+// Each model has its own share for what it cannot see; both must cover the truth without
+// swamping it, and never call a camera Good that is not.
 TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
     // On the view-blind pull the constants were set on: with the pull that turns with the
     // view, Refined still covers its error but no camera of these rooms reads Good.
@@ -20,7 +20,7 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
     for (simwalk::NamedScene& named : scenes)
         for (pyra_sim::CameraSettings& camera : named.scene.cameras) camera.noise.pullByView = false;
     for (Model model : {Model::Classic, Model::Refined}) {
-        int cameras = 0, within2 = 0, good = 0;
+        int cameras = 0, within2 = 0;
         double ratio = 0;
         for (size_t i = 0; i < scenes.size(); i += 2) {  // a sample; the benchmark runs them all
             const simwalk::Walk walk = simwalk::calibrateWalk(scenes[i].scene, 60.0, model);
@@ -39,7 +39,6 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
                 within2 += worst <= 2.0;
                 ratio += u.positionSigmaMm / std::max(error.positionMm, 0.1);
                 if (assessCamera(&camera, walk.report).readiness != CameraReadiness::Good) continue;
-                ++good;
                 const ReadinessThresholds needed;
                 EXPECT_LE(error.rotationDeg, needed.maximumRotationDeg) << camera.camera;
                 EXPECT_LE(error.positionMm, needed.maximumPositionMm) << camera.camera;
@@ -47,10 +46,36 @@ TEST(PoseUncertainty, coversTheTrueErrorWithoutSwampingIt) {
         }
         EXPECT_GE(within2, 0.9 * cameras) << int(model);
         EXPECT_LE(ratio / cameras, 3.0) << int(model);
-        if (model == Model::Refined) {
-            EXPECT_GE(good, 1);
-        }
     }
+}
+
+// The trackers pull the trunk further than the limbs, which one pull per camera cannot fit;
+// its effect on the poses stays however long the walk, while the covariance and the halves
+// shrink with every frame. A long walk in a ring of cameras with strong pulls must not talk
+// any camera into a Good whose error its sigma does not cover.
+TEST(PoseUncertainty, aLongWalkDoesNotTalkTheSigmaBelowThePullTheModelCannotFit) {
+    pyra_sim::Scene scene;
+    std::string problem;
+    ASSERT_TRUE(pyra_sim::loadScene(HALDEN_SOURCE_DIR "/tests/calibration/scenes/ring_many_frames.json", scene, &problem))
+        << problem;
+    scene.people.count = 1;
+    const simwalk::Walk walk = simwalk::calibrateWalk(scene, kLongWalkSeconds, Model::Refined);
+    ASSERT_TRUE(walk.report.usable);
+    const auto errors = simwalk::errorsAgainstTruth(scene, walk.store.state.calibratedPoses);
+    int good = 0;
+    for (const CameraCalibrationReport& camera : walk.report.cameras) {
+        if (camera.camera == errors.begin()->first || !errors.count(camera.camera)) continue;
+        const CameraUncertainty& u = camera.uncertainty;
+        const simwalk::PoseError& error = errors.at(camera.camera);
+        std::printf("camera %d: %.3f deg %.1f mm, sigma %.3f deg %.1f mm, spread %.1f mm\n", camera.camera,
+                    error.rotationDeg, error.positionMm, u.rotationSigmaDeg, u.positionSigmaMm, u.pullSpreadMm);
+        if (assessCamera(&camera, walk.report).readiness != CameraReadiness::Good) continue;
+        ++good;
+        EXPECT_LE(error.rotationDeg, 3.0 * u.rotationSigmaDeg) << camera.camera;
+        EXPECT_LE(error.positionMm, 3.0 * u.positionSigmaMm) << camera.camera;
+    }
+    // Honest is not the same as refusing everything: a long walk still earns Good.
+    EXPECT_GE(good, 1);
 }
 
 TEST(PoseUncertainty, aCameraKnockedDuringTheWalkReadsMovedAndTheOthersDoNot) {
