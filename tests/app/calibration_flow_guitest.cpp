@@ -18,6 +18,7 @@
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/scratch_room.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
@@ -49,10 +50,7 @@ private:
 void CalibrationFlowTest::initTestCase() {
     // The home folder is where a careless save would land.
     qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("PYRA_RUNTIME_DIR", home.filePath("ipc").toLocal8Bit());
-    qputenv("PYRA_MODEL_CACHE", home.filePath("models").toLocal8Bit());
-    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
-    qunsetenv("PYRA_SIM_SCENE");
+    useScratchRoom(home);
     // On the room's virtual clock every solve lands after the same frames however busy the
     // machine, and with nobody walking the store holds only what the test hands in.
     qputenv("PYRA_SIM_CLOCK", "virtual");

@@ -15,6 +15,7 @@
 #include "app/mainwindow.hpp"
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
+#include "tests/app/scratch_room.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "testing/synthetic_store.hpp"
 #include "workspace/room_usb.hpp"
@@ -28,10 +29,7 @@ private slots:
 void CloseAfterFinishTest::closingDuringFinishSavesThenCloses() {
     QTemporaryDir home;
     qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("PYRA_RUNTIME_DIR", home.filePath("ipc").toLocal8Bit());
-    qputenv("PYRA_MODEL_CACHE", home.filePath("models").toLocal8Bit());
-    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
-    qunsetenv("PYRA_SIM_SCENE");
+    useScratchRoom(home);
     applyLook(*qApp);
 
     // The user: says Yes to every question and saves where asked.

@@ -19,6 +19,7 @@
 #include "pyra_sim/scene.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/scratch_room.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "testing/pose_error.hpp"
 #include "workspace/wscreator.hpp"
@@ -59,10 +60,7 @@ private:
 };
 
 void EndToEndTest::initTestCase() {
-    qputenv("PYRA_RUNTIME_DIR", scratch.filePath("ipc").toLocal8Bit());
-    qputenv("PYRA_MODEL_CACHE", scratch.filePath("models").toLocal8Bit());
-    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
-    qunsetenv("PYRA_SIM_SCENE");
+    useScratchRoom(scratch);
     // The room runs as fast as the fusion takes its frames, the same walk on every run, so
     // the minutes of walking cost seconds and a loaded machine changes nothing.
     qputenv("PYRA_SIM_CLOCK", "virtual");

@@ -15,6 +15,7 @@
 #include "recording/recording_reader.hpp"
 #include "style/waiting_spinner_widget.hpp"
 #include "tests/app/recording_prompts.hpp"
+#include "tests/app/scratch_room.hpp"
 #include "tests/app/widget_lookup.hpp"
 #include "workspace/room_usb.hpp"
 
@@ -53,11 +54,8 @@ private:
 
 void RecordingActionsTest::initTestCase() {
     qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("PYRA_RUNTIME_DIR", home.filePath("ipc").toLocal8Bit());
-    qputenv("PYRA_MODEL_CACHE", home.filePath("models").toLocal8Bit());
-    qputenv("PYRA_MODEL_OPTIMIZE_SECONDS", "0");
+    useScratchRoom(home);
     qputenv("PYRA_SIM_CLOCK", "virtual");
-    qunsetenv("PYRA_SIM_SCENE");
     pyra_sim::setActiveScene(pyra_sim::defaultScene());
     applyLook(*qApp);
     prompts = std::make_shared<OpeningPrompts>();
