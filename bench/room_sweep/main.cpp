@@ -8,6 +8,7 @@
 #include <iostream>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,6 +23,7 @@ const char* kUsage = R"(room_sweep [--rooms N] [--first-seed S] [--jobs J] [--sh
 room_sweep --table FILE...
 room_sweep --compare FILE FILE
 room_sweep --scene SEED
+room_sweep --scene-file FILE --seconds N [--folder DIR] [--keep] [--recordings DIR]
 
 Generates rooms from seeds S .. S+N-1 (default 1 .. 100), runs each through halden-cli
 record --usb (virtual room clock) and calibrate --replay, and judges every camera against
@@ -35,7 +37,9 @@ failed silently keeps its folder (scene.json, walk.rec, room.json, report.json, 
 under --folder (default $TMPDIR/room_sweep); --keep keeps every room's. --recordings DIR
 calibrates the recordings an earlier --keep run left in DIR (same seed, same scene) instead
 of recording again: a change to the calibration alone is judged in a fraction of the time.
---scene prints the scene file a seed generates.
+--scene prints the scene file a seed generates. --scene-file runs one scene file of ours
+(a hall, say) the same way for N seconds and prints it camera by camera; its folder is named
+after the scene's seed.
 )";
 
 struct Options {
@@ -46,6 +50,8 @@ struct Options {
     std::string results = "room_sweep.jsonl";
     std::vector<std::string> tables, compared;
     long long sceneSeed = -1;
+    std::string sceneFile;
+    int seconds = 60;
     sweep::RunSettings run;
 };
 
@@ -73,13 +79,37 @@ bool parse(int argc, char** argv, Options& o) {
         else if (a == "--recordings") o.run.recordings = value();
         else if (a == "--timeout") o.run.timeoutSeconds = std::stoi(value());
         else if (a == "--scene") o.sceneSeed = std::stoll(value());
+        else if (a == "--scene-file") o.sceneFile = value();
+        else if (a == "--seconds") o.seconds = std::stoi(value());
         else if (a == "--shard") {
             if (std::sscanf(value().c_str(), "%d/%d", &o.shard, &o.shards) != 2 || o.shards < 1 || o.shard < 0 ||
                 o.shard >= o.shards)
                 return false;
         } else return false;
     }
-    return o.rooms > 0;
+    return o.rooms > 0 && o.seconds > 0;
+}
+
+// One scene file through record and calibrate, camera by camera on standard output.
+int runSceneFile(const Options& o) {
+    sweep::GeneratedRoom room;
+    std::ifstream in(o.sceneFile);
+    std::stringstream text;
+    text << in.rdbuf();
+    room.sceneText = text.str();
+    std::string problem;
+    if (!pyra_sim::loadScene(o.sceneFile, room.scene, &problem)) {
+        std::cerr << "room_sweep: " << problem << std::endl;
+        return 2;
+    }
+    room.seed = room.scene.seed;
+    room.layout = std::filesystem::path(o.sceneFile).stem().string();
+    room.seconds = o.seconds;
+    std::filesystem::create_directories(o.run.folder);
+    const sweep::RoomResult result = sweep::runRoom(room, o.run);
+    std::cout << room.layout << ", " << room.scene.cameras.size() << " cameras, " << room.scene.people.count
+              << " people, " << o.seconds << " s: " << sweep::cameraTable(result);
+    return 0;
 }
 
 std::string worstGoodText(const sweep::RoomResult& room) {
@@ -112,6 +142,7 @@ int main(int argc, char** argv) {
         std::cout << sweep::sweepTables(sweep::readResults(o.tables));
         return 0;
     }
+    if (!o.sceneFile.empty()) return runSceneFile(o);
     if (o.sceneSeed >= 0) {
         sweep::GeneratedRoom room;
         std::string problem;

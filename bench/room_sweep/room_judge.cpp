@@ -42,6 +42,23 @@ unsigned consensusCamera(const pyra_sim::Scene& truth, const std::map<unsigned, 
     return best;
 }
 
+// The saved world carried into the room by the reference camera, as a user's tool would
+// carry it by one surveyed camera: how far its up leans and how wrong the heights come out.
+void judgeFloor(const pyra_sim::Scene& truth, const std::map<unsigned, lum::Transform>& saved, RoomResult& room) {
+    if (saved.empty()) return;
+    const auto& [reference, referencePose] = *saved.begin();
+    const lum::Transform roomFromSaved =
+        pyra_sim::findCamera(truth, reference)->pose * lum::Transform::inverse(referencePose);
+    const lum::Vector3f up =
+        roomFromSaved * lum::Vector3f(0.f, 1.f, 0.f) - roomFromSaved * lum::Vector3f(0.f, 0.f, 0.f);
+    room.floorTiltDeg = std::acos(std::clamp(double(up.y) / double(up.norm()), -1.0, 1.0)) * 180.0 / M_PI;
+    room.worstHeightMm = 0;
+    for (const auto& [serial, pose] : saved)
+        room.worstHeightMm =
+            std::max(room.worstHeightMm, 1000.0 * std::abs(double(pose.getTranslation().y) -
+                                                           double(pyra_sim::findCamera(truth, serial)->pose.getTranslation().y)));
+}
+
 }  // namespace
 
 bool RoomResult::qualifies() const {
@@ -79,6 +96,7 @@ void judgeRoom(const pyra_sim::Scene& truth, const std::map<unsigned, lum::Trans
     for (const auto& [serial, pose] : saved)
         if (pyra_sim::findCamera(truth, serial)) known[serial] = pose;
     room.consensus = consensusCamera(truth, known);
+    judgeFloor(truth, known, room);
     for (CameraResult& camera : room.cameras) {
         camera.saved = saved.count(camera.serial) > 0;
         camera.reference = !known.empty() && camera.serial == known.begin()->first;

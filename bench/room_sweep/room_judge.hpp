@@ -44,6 +44,9 @@ struct RoomResult {
     // The saved camera the most others agree with (within 1 deg / 30 mm relative to it);
     // when it is not the reference, the reference itself is the camera placed wrong.
     unsigned consensus = 0;
+    // Where the saved world stands in the room: its up against the true vertical, and the
+    // saved cameras' heights against the truth (the reference's pose carries the room over).
+    double floorTiltDeg = kUnknown, worstHeightMm = kUnknown;
     std::vector<CameraResult> cameras;
 
     // Every camera shares enough walking with another for a calibration to be expected.

@@ -84,6 +84,27 @@ bool sameFigures(const RoomResult& a, const RoomResult& b) {
 
 }  // namespace
 
+std::string cameraTable(const RoomResult& room) {
+    std::ostringstream out;
+    out << "exit " << room.status << (room.exitReason.empty() ? "" : " (" + room.exitReason + ")") << ", "
+        << room.captures << " captures, " << room.frames << " frames, " << room.solves << " solves, "
+        << fixed(room.wallSeconds, 0) << " s wall" << (room.problem.empty() ? "" : "; " + room.problem)
+        << "; floor tilt " << fixed(room.floorTiltDeg, 2) << " deg, worst camera height " << fixed(room.worstHeightMm, 0)
+        << " mm\n\n";
+    out << "| camera | verdict | true error | stated 1-sigma | error / sigma | shared walking | vouched for and wrong |\n"
+           "|---|---|---|---|---|---|---|\n";
+    for (const CameraResult& c : room.cameras) {
+        const std::string verdict = !c.saved ? "left out" + (c.leftOut.empty() ? "" : ": " + c.leftOut)
+                                    : c.reference ? c.verdict + " (reference)"
+                                                  : c.verdict;
+        out << "| " << c.serial << " | " << verdict << " | " << fixed(c.errorDeg, 3) << " deg, "
+            << fixed(c.errorMm, 1) << " mm | " << fixed(c.sigmaDeg, 3) << " deg, " << fixed(c.sigmaMm, 1) << " mm | "
+            << fixed(c.errorDeg / c.sigmaDeg, 1) << ", " << fixed(c.errorMm / c.sigmaMm, 1) << " | "
+            << fixed(c.sharedSeconds, 0) << " s | " << (c.silent ? broken(c) : "no") << " |\n";
+    }
+    return out.str();
+}
+
 std::string compareRuns(const std::vector<RoomResult>& first, const std::vector<RoomResult>& second) {
     std::map<uint64_t, const RoomResult*> earlier;
     for (const RoomResult& room : first) earlier[room.seed] = &room;

@@ -22,6 +22,10 @@ std::set<uint64_t> seedsIn(const std::string& file);
 // Markdown: the summary, rooms by layout, every silent failure with its seed.
 std::string sweepTables(const std::vector<RoomResult>& rooms);
 
+// Markdown: one room camera by camera (true error against the stated sigma, verdict, how
+// much walking it shares), for a room run on its own from a scene file.
+std::string cameraTable(const RoomResult& room);
+
 // Seed by seed, whether two runs gave the same room (figures within a relative 1e-9), and
 // where those that did not parted: the recording, the calibration's frames, or its figures.
 std::string compareRuns(const std::vector<RoomResult>& first, const std::vector<RoomResult>& second);
