@@ -107,8 +107,8 @@ inline Result run(const Options& options) {
             result.frameTimes[*people.begin()].push_back(into);
             calibration.frames.add(lum::Timestamp(now + i), frames[i]);
         }
-        const int stored = int(calibration.frames.size());
-        if (stored - calibration.state.framesAtLastCalibration > 10 && into - lastSolve >= options.calibrateEvery) {
+        const int taken = int(calibration.frames.added());
+        if (taken - calibration.state.framesAtLastCalibration > 10 && into - lastSolve >= options.calibrateEvery) {
             lastSolve = into;
             result.calibrated = calibration.calibrate() || result.calibrated;
         }
