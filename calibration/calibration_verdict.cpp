@@ -55,6 +55,10 @@ const char* edgeName(ViewEdge edge) {
     return "";
 }
 
+bool apart(double degrees, double millimetres, const ReadinessThresholds& t) {
+    return degrees > t.movedApartDeg || millimetres > t.movedApartMm;
+}
+
 bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& report, const ReadinessThresholds& t) {
     const CameraUncertainty& u = camera.uncertainty;
     if (!(u.residualGrowth > t.movedResidualGrowth)) return false;
@@ -62,8 +66,20 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
     // one grows most.
     for (const CameraCalibrationReport& other : report.cameras)
         if (other.uncertainty.residualGrowth > u.residualGrowth * 1.05) return false;
-    const bool apartKnown = std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm);
-    return !apartKnown || u.halvesApartDeg > t.movedApartDeg || u.halvesApartMm > t.movedApartMm;
+    if (std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm))
+        return apart(u.halvesApartDeg, u.halvesApartMm, t);
+    // The reference is held still in both halves, so it has no halves of its own; when it
+    // moved, every other camera seen from it moved instead. Its residual growing most is
+    // not enough on its own: some camera's always grows most.
+    int known = 0, moved = 0;
+    for (const CameraCalibrationReport& other : report.cameras) {
+        const CameraUncertainty& o = other.uncertainty;
+        if (other.camera == camera.camera || !std::isfinite(o.halvesApartDeg) || !std::isfinite(o.halvesApartMm))
+            continue;
+        ++known;
+        moved += apart(o.halvesApartDeg, o.halvesApartMm, t);
+    }
+    return known > 0 && 2 * moved > known;
 }
 
 }  // namespace
