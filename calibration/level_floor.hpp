@@ -12,6 +12,12 @@
 
 namespace calib {
 
+// Heights above the floor of a planted foot's keypoints, metres.
+struct FootHeights {
+    double ankle = 0;
+    double sole = 0;  // heel and toe keypoints
+};
+
 struct FloorFit {
     bool found = false;
     Eigen::Isometry3d worldFromReference = Eigen::Isometry3d::Identity();
@@ -24,10 +30,11 @@ struct FloorFit {
 // origin below the reference camera; world -z = the reference camera's viewing direction
 // laid on the floor. Not found with fewer than 20 frames that show ankles and neck, nor
 // (refused, saying why) when the planted feet do not span a plane: one spot, one line.
-// Each body's ankles and neck are those of the layout it was sent in.
+// Each body's feet and neck are those of the layout it was sent in; a foot stands on its
+// heel and toe keypoints where the layout has them and the cameras saw them, else on its ankle.
 FloorFit levelFloor(const FrameParts& parts, const std::map<int, CameraUnknowns>& cameras, int reference,
-                    double ankleHeight);
+                    const FootHeights& heights);
 FloorFit levelFloor(const Frames& frames, const std::map<int, CameraUnknowns>& cameras, int reference,
-                    double ankleHeight);
+                    const FootHeights& heights);
 
 }  // namespace calib

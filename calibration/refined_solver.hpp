@@ -24,9 +24,11 @@ struct RefinedOptions {
     double jointSigma = 0.01;
     // Residuals beyond this many standard deviations count linearly (Huber).
     double huberSigmas = 2.5;
-    // Height of the ankle keypoints above the floor on a planted foot: where our trackers
-    // put the ankle, just above the sole.
-    double ankleHeight = 0.02;
+    // Heights above the floor of a planted foot's keypoints: a mid adult stature (1.70 m)
+    // times the anatomical fraction, 0.039 for the ankle joint centre (docs/calibration.md)
+    // and about 0.01 for the heel and toe keypoints, which mark the heel's back and the toes.
+    double ankleHeight = 0.066;
+    double soleHeight = 0.017;
     // Iterations each reweighting round may take.
     int maxIterations = 20;
     // A camera pair's sums taken at poses this close (position and bias in metres, turn in

@@ -361,7 +361,8 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     Eigen::Isometry3d world = Eigen::Isometry3d::Identity();
     if (options.levelFloor) {
         const calib::FloorFit floor =
-            calib::levelFloor(frames.parts(), unknowns, reference, options.refined.ankleHeight);
+            calib::levelFloor(frames.parts(), unknowns, reference,
+                              {options.refined.ankleHeight, options.refined.soleHeight});
         if (floor.found) world = floor.worldFromReference;
         record->floorRefused = floor.refused;
     }

@@ -31,7 +31,7 @@ calib::Frames walk(const std::function<Eigen::Vector2d(int)>& where) {
 }
 
 calib::FloorFit fit(const calib::Frames& frames) {
-    return calib::levelFloor(frames, {{41001, calib::CameraUnknowns()}}, 41001, 0.08);
+    return calib::levelFloor(frames, {{41001, calib::CameraUnknowns()}}, 41001, {0.08, 0.02});
 }
 
 }  // namespace

@@ -136,11 +136,26 @@ lum::Vector3f sagittal(double angle, float length) {
     return lum::Vector3f(0.f, -float(std::cos(angle)) * length, float(std::sin(angle)) * length);
 }
 
+// Heights and lengths as fractions of stature, from the segment-length table in Winter,
+// "Biomechanics and Motor Control of Human Movement" (2009), after Drillis and Contini
+// (1966): hip joint 0.530, knee 0.285, ankle joint centre 0.039, foot length 0.152.
+constexpr float kHipHeight = 0.530f;
+constexpr float kThigh = 0.530f - 0.285f;
+constexpr float kShank = 0.285f - 0.039f;
+constexpr float kAnkleHeight = 0.039f;
+constexpr float kFootLength = 0.152f;
+// Our estimates, not measurements: the ankle stands over the rear 22 % of the foot, and
+// the heel and toe keypoints mark the middle of the heel's rounded back and of the toes,
+// a centimetre or two above the floor.
+constexpr float kHeelBehindAnkle = 0.22f * kFootLength;
+constexpr float kSoleKeypointHeight = 0.010f;
+
 // Joints in the body frame (x to the person's right, y up, z forward, origin on the floor).
+// The lower foot stands flat on the floor, so the body rises over a straight stance leg
+// and drops while both feet are down, as a walker's does.
 Skeleton bodyFrameJoints(float h, double phase, double a) {
     Skeleton j;
-    float bob = float(0.008 * a * std::cos(2.0 * phase)) * h;
-    lum::Vector3f pelvis(0.f, 0.53f * h + bob, 0.f);
+    lum::Vector3f pelvis(0.f, kHipHeight * h, 0.f);
     j[PELVIS] = pelvis;
     j[SPINE_LOW] = pelvis + lum::Vector3f(0.f, 0.07f * h, 0.005f * h);
     j[SPINE_MID] = pelvis + lum::Vector3f(0.f, 0.15f * h, 0.01f * h);
@@ -148,6 +163,8 @@ Skeleton bodyFrameJoints(float h, double phase, double a) {
     j[NECK] = pelvis + lum::Vector3f(0.f, 0.34f * h, 0.005f * h);
     j[HEAD] = pelvis + lum::Vector3f(0.f, 0.40f * h, 0.01f * h);
     j[NOSE] = pelvis + lum::Vector3f(0.f, 0.405f * h, 0.06f * h);
+    const float sole = (kSoleKeypointHeight - kAnkleHeight) * h;  // below the ankle
+    const float toes = (kFootLength - kHeelBehindAnkle) * h;       // ahead of it
     for (int side = 0; side < 2; ++side) {
         float s = side == 0 ? -1.f : 1.f;  // left is -x in the body frame
         int L = side == 0 ? 0 : 1;         // offset from the left joint to this side's joint
@@ -161,15 +178,15 @@ Skeleton bodyFrameJoints(float h, double phase, double a) {
         double legPhase = phase + (side == 0 ? kPi : 0.0);
         double hipAngle = 0.38 * a * std::sin(legPhase);
         double knee = 0.08 + a * 0.6 * std::max(0.0, std::sin(legPhase + 1.3));
-        lum::Vector3f hip = pelvis + lum::Vector3f(s * 0.095f * h, -0.03f * h, 0.f);
+        lum::Vector3f hip = pelvis + lum::Vector3f(s * 0.095f * h, 0.f, 0.f);
         j[L_HIP + L] = hip;
-        j[L_KNEE + L] = hip + sagittal(hipAngle, 0.245f * h);
-        lum::Vector3f ankle = j[L_KNEE + L] + sagittal(hipAngle - knee, 0.246f * h);
+        j[L_KNEE + L] = hip + sagittal(hipAngle, kThigh * h);
+        lum::Vector3f ankle = j[L_KNEE + L] + sagittal(hipAngle - knee, kShank * h);
         j[L_ANKLE + L] = ankle;
-        j[L_HEEL + L] = ankle + lum::Vector3f(0.f, -0.03f * h, -0.035f * h);
-        j[L_FOOT + L] = ankle + lum::Vector3f(s * 0.01f * h, -0.035f * h, 0.10f * h);
-        j[L_BIG_TOE + L] = ankle + lum::Vector3f(-s * 0.005f * h, -0.035f * h, 0.13f * h);
-        j[L_SMALL_TOE + L] = ankle + lum::Vector3f(s * 0.03f * h, -0.035f * h, 0.11f * h);
+        j[L_HEEL + L] = ankle + lum::Vector3f(0.f, sole, -kHeelBehindAnkle * h);
+        j[L_FOOT + L] = ankle + lum::Vector3f(s * 0.01f * h, sole, 0.8f * toes);
+        j[L_BIG_TOE + L] = ankle + lum::Vector3f(-s * 0.01f * h, sole, toes);
+        j[L_SMALL_TOE + L] = ankle + lum::Vector3f(s * 0.025f * h, sole, 0.8f * toes);
 
         double armAngle = -0.35 * a * std::sin(legPhase);
         double elbow = 0.2 + 0.25 * a * std::max(0.0, -std::sin(legPhase));
@@ -185,6 +202,8 @@ Skeleton bodyFrameJoints(float h, double phase, double a) {
         j[L_INDEX_BASE + L] = wrist + along * (0.055f * h) + lum::Vector3f(0.f, 0.f, 0.015f * h);
         j[L_PINKY_BASE + L] = wrist + along * (0.05f * h) + lum::Vector3f(0.f, 0.f, -0.015f * h);
     }
+    const lum::Vector3f lift(0.f, kAnkleHeight * h - std::min(j[L_ANKLE].y, j[R_ANKLE].y), 0.f);
+    for (lum::Vector3f& joint : j) joint += lift;
     return j;
 }
 
