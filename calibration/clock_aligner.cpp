@@ -90,6 +90,60 @@ bool keypointAt(const Track& track, size_t i, uint64_t t, size_t k, Eigen::Vecto
     return true;
 }
 
+// A jitter spike jumps a capture away from its neighbours and back: a tenth of a metre in
+// a thirtieth of a second, which the motion signal would read as a sprint. A capture whose
+// keypoints moved together off the line between its neighbours (its depth went wrong) is
+// left out; a keypoint far off that line while the rest follow it (a limb fitted to the
+// wrong blob) is blanked. Either is then bridged like a capture or keypoint not seen.
+constexpr double kSpikeShiftM = 0.05;
+constexpr double kSpikeKeypointM = 0.06;
+
+double median(std::vector<double> values) {
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
+}
+
+template <typename Track>
+Track despiked(const Track& track) {
+    Track out;
+    for (size_t i = 0; i < track.size(); ++i) {
+        out.push_back(track[i]);
+        if (i == 0 || i + 1 == track.size() || track[i + 1].ns - track[i - 1].ns > uint64_t(2 * kMaxGapNs)) continue;
+        const auto& before = track[i - 1].keypoints;
+        const auto& after = track[i + 1].keypoints;
+        auto& here = out.back().keypoints;
+        const double w = double(track[i].ns - track[i - 1].ns) / double(track[i + 1].ns - track[i - 1].ns);
+        std::vector<size_t> seen;
+        std::vector<Eigen::Vector3d> off;
+        for (size_t k = 0; k < std::min({before.size(), after.size(), here.size()}); ++k) {
+            if (!finite(before[k]) || !finite(after[k]) || !finite(here[k])) continue;
+            const lum::Vector3f& a = before[k];
+            const lum::Vector3f& b = after[k];
+            const lum::Vector3f& p = here[k];
+            seen.push_back(k);
+            off.push_back(Eigen::Vector3d(p.x, p.y, p.z) - Eigen::Vector3d(a.x, a.y, a.z) * (1 - w) -
+                          Eigen::Vector3d(b.x, b.y, b.z) * w);
+        }
+        if (off.size() < 3) continue;
+        Eigen::Vector3d shift;
+        for (int axis = 0; axis < 3; ++axis) {
+            std::vector<double> along;
+            for (const Eigen::Vector3d& d : off) along.push_back(d(axis));
+            shift(axis) = median(along);
+        }
+        if (shift.norm() > kSpikeShiftM) {
+            out.pop_back();
+            continue;
+        }
+        std::vector<double> distances;
+        for (const Eigen::Vector3d& d : off) distances.push_back(d.norm());
+        const double limit = std::max(kSpikeKeypointM, 3 * median(distances));
+        for (size_t j = 0; j < seen.size(); ++j)
+            if (distances[j] > limit) here[seen[j]].x = std::numeric_limits<float>::quiet_NaN();
+    }
+    return out;
+}
+
 }  // namespace
 
 ClockAligner::ClockAligner(Options options) : options_(options) {}
@@ -126,9 +180,7 @@ void ClockAligner::clear() {
 std::vector<ClockAligner::Signal> ClockAligner::motionSignals(int camera) const {
     std::vector<Signal> out;
     for (const auto& entry : cameras_.at(camera)) {
-        // A named reference: the lambdas below capture it, which a structured binding allows
-        // only from C++20 on.
-        const auto& track = entry.second;
+        const auto track = despiked(entry.second);
         if (track.size() < 2) continue;
         Signal signal;
         signal.firstStep = int64_t((track.front().ns + kHalfSpanNs) / kStepNs) + 1;

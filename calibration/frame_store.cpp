@@ -78,8 +78,59 @@ bool FrameStore::add(lum::Timestamp ts, std::map<int, lum::BodyData> bodies) {
         }
     }
     ++size_;
+    ++added_;
     last_ = std::max(last_, ts);
+    if (budget_.maxFrames > 0 && size_ > budget_.maxFrames + budget_.slack) thin(size_ - budget_.maxFrames);
     return true;
+}
+
+void FrameStore::thin(size_t count) {
+    std::vector<std::vector<CoverageCell>> cells;
+    std::vector<size_t> chunkOf;
+    cells.reserve(size_);
+    chunkOf.reserve(size_);
+    for (size_t c = 0; c < chunks_.size(); ++c) {
+        for (const auto& [ts, bodies] : chunks_[c]->frames()) {
+            cells.push_back(coverageCells(bodies));
+            chunkOf.push_back(c);
+        }
+    }
+    const std::vector<size_t> drops = framesToDrop(cells, chunkOf, count);
+    // Only the chunks that lose frames are made anew (and so lose what was derived from
+    // them); every other one stays shared with the snapshots that hold it. Neighbours made
+    // anew join while they fit one chunk, so thinning after thinning leaves no crumbs.
+    Chunks kept;
+    Frames rebuilt;
+    const auto flush = [&] {
+        if (!rebuilt.empty()) kept.push_back(std::make_shared<FrameChunk>(std::move(rebuilt)));
+        rebuilt = Frames();
+    };
+    size_t frame = 0;
+    auto drop = drops.begin();
+    for (const auto& chunk : chunks_) {
+        const size_t end = frame + chunk->frames().size();
+        if (drop == drops.end() || *drop >= end) {
+            flush();
+            kept.push_back(chunk);
+            frame = end;
+            continue;
+        }
+        Frames left;
+        for (const auto& entry : chunk->frames()) {
+            if (drop != drops.end() && *drop == frame) ++drop;
+            else left.insert(left.end(), entry);
+            ++frame;
+        }
+        if (rebuilt.size() + left.size() > kChunkFrames) flush();
+        rebuilt.merge(left);
+    }
+    flush();
+    chunks_ = std::move(kept);
+    size_ -= drops.size();
+    cameras_.clear();
+    for (const auto& chunk : chunks_)
+        for (const auto& [ts, bodies] : chunk->frames())
+            for (const auto& [camera, body] : bodies) cameras_.insert(camera);
 }
 
 FrameParts FrameStore::parts() const {
@@ -145,6 +196,7 @@ FrameStore FrameStore::slice(size_t first, size_t last) const {
         }
         from = to;
     }
+    part.added_ = part.size_;
     return part;
 }
 

@@ -11,6 +11,7 @@
 #include <set>
 #include <vector>
 
+#include "calibration/frame_coverage.hpp"
 #include "calibration/keypoint_filter.hpp"
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/refined_moments.hpp"
@@ -84,8 +85,14 @@ public:
 
     // Stores one frame (each camera's body of one person at one instant), after blanking
     // the keypoints the guard refuses. A frame never replaces one already stored at `ts`:
-    // false then, and nothing changes.
+    // false then, and nothing changes. Past the budget, the store then thins itself: the
+    // frames whose every camera pair is well seen elsewhere go.
     bool add(lum::Timestamp ts, std::map<int, lum::BodyData> bodies);
+    // Applies to the frames added from now on.
+    void setBudget(FrameBudget budget) { budget_ = budget; }
+    const FrameBudget& budget() const { return budget_; }
+    // Frames ever stored, thinned or dropped since or not: what tells that new ones came.
+    size_t added() const { return added_; }
 
     const_iterator begin() const { return const_iterator(&chunks_, 0); }
     const_iterator end() const { return const_iterator(&chunks_, chunks_.size()); }
@@ -111,8 +118,11 @@ public:
     FrameStore slice(size_t first, size_t last) const;
 
 private:
+    void thin(size_t count);
+
+    FrameBudget budget_;
     Chunks chunks_;
-    size_t size_ = 0;
+    size_t size_ = 0, added_ = 0;
     std::set<int> cameras_;
     lum::Timestamp last_ = 0;
     KeypointDrops drops_;

@@ -169,7 +169,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     }
     for (int camera : frames.cameras())
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
-    state.framesAtLastCalibration = int(frames.size());
+    state.framesAtLastCalibration = int(frames.added());
     // Earlier floor steps carried some joints into the world; this solve reads them so.
     calib::Frames rewrittenFrames;
     if (!state.worldJoints.empty())
@@ -285,7 +285,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     if (placedPoses.size() < frames.cameras().size())
         consensus = calib::seedCameras(calib::Frames(frames.begin(), frames.end()), placedPoses, options.consensus);
     for (const auto& [camera, seed] : consensus.seeds) poses[camera] = poseOf(seed);
-    state.framesAtLastCalibration = int(frames.size());
+    state.framesAtLastCalibration = int(frames.added());
 
     // Each chunk's frame pairs were gathered when a solve first read it; frames never change.
     // Pairs with a camera still waiting to be placed stay out of the solve.

@@ -195,14 +195,15 @@ void FusionWorker::collectSkeletons() {
     } else if (frame.size() >= 2) {
         calibration.frames.add(lum::Timestamp(static_cast<uint64_t>(now)), frame);
     }
-    const int frames = static_cast<int>(calibration.frames.size());
-    calibrationFrames = frames;
+    calibrationFrames = static_cast<int>(calibration.frames.size());
+    // Counted as taken, not as kept: a store at its budget keeps about as many as it drops.
+    const int taken = static_cast<int>(calibration.frames.added());
 
-    const float progress = static_cast<float>(frames - calibration.state.framesAtLastCalibration) / 10.0f;
+    const float progress = static_cast<float>(taken - calibration.state.framesAtLastCalibration) / 10.0f;
     emit incCalib(static_cast<int>(progress * 100));
     // One solve at a time; when one is still running the next starts as soon as it lands.
     if (progress > 1.0f && !solver.busy()) {
-        calibration.state.framesAtLastCalibration = frames;
+        calibration.state.framesAtLastCalibration = taken;
         solver.setLowPriority(!clock->followsCaptures());
         solver.start(calibration);
         // On capture time the next set waits for this solve, so that it lands at the same
@@ -241,8 +242,6 @@ void FusionWorker::reseedCamera(int camera) {
     calibration.state.poses.erase(camera);
     calibration.state.biases.erase(camera);
     calibration.state.calibratedPoses.erase(camera);
-    calibration.state.framesAtLastCalibration =
-        std::min(calibration.state.framesAtLastCalibration, static_cast<int>(calibration.frames.size()));
     calibrationFrames = static_cast<int>(calibration.frames.size());
     associator.forgetCamera(camera);
     associator.setPoses(calibration.state.calibratedPoses);

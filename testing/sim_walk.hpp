@@ -53,7 +53,7 @@ inline Walk calibrateWalk(const pyra_sim::Scene& scene, double seconds,
     for (int step = 1; step <= steps; ++step) {
         std::map<int, lum::BodyData> frame = frameAt(scene, kStartNs + uint64_t(step) * kStepNs);
         if (frame.size() >= 2) walk.store.frames.add(lum::Timestamp(kStartNs + uint64_t(step) * kStepNs), frame);
-        const int fresh = int(walk.store.frames.size()) - walk.store.state.framesAtLastCalibration;
+        const int fresh = int(walk.store.frames.added()) - walk.store.state.framesAtLastCalibration;
         if (fresh > 10 || (step == steps && fresh > 0)) walk.store.calibrate();
     }
     walk.report = makeCalibrationReport(walk.store);

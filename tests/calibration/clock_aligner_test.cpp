@@ -17,9 +17,6 @@ constexpr uint64_t kStartNs = 1'700'000'000'000'000'000ull;
 // clock `offsetS` ahead and gaining `driftPpm`; the first camera is the reference.
 calib::ClockEstimates watch(pyra_sim::Scene scene, double offsetS, double driftPpm, double seconds) {
     scene.cameras.resize(2);
-    // Jitter spikes are left out: the aligner takes a spike's jump for motion, and 1 % of
-    // frames with one is enough for it to find no clock at all.
-    for (pyra_sim::CameraSettings& camera : scene.cameras) camera.tracker.spikeRate = 0;
     scene.cameras[1].clockOffsetSeconds = offsetS;
     scene.cameras[1].clockDriftPpm = driftPpm;
     calib::ClockAligner aligner;
