@@ -11,6 +11,7 @@
 #include <cmath>
 #include <set>
 
+#include "app/calibration_advice.hpp"
 #include "style/style.hpp"
 
 namespace {
@@ -171,7 +172,7 @@ void CalibrationPanel::setCameraPeople(std::vector<calib::CameraPeople> cameras)
     for (const calib::CameraPeople& camera : cameras)
         if (camera.people > 0) ++seeing;
     if (frames_ == 0 && seeing >= 2) ++heldMoments_;
-    peopleLabel_->setText(tr("In view: %1").arg(QString::fromStdString(calib::describe(cameras))));
+    peopleLabel_->setText(tr("In view: %1").arg(CalibrationAdvice::peopleInView(cameras)));
 }
 
 void CalibrationPanel::refresh() {
@@ -229,7 +230,7 @@ void CalibrationPanel::refresh() {
         table_->setItem(r, 0, cell(name));
         table_->setItem(r, 1, cell(shared.isEmpty() ? tr("none yet") : shared.join('\n')));
         table_->setItem(r, 2, cell(quality));
-        const QString advice = QString::fromStdString(assessment.advice);
+        const QString advice = CalibrationAdvice::text(assessment.facts);
         QTableWidgetItem* state = cell(stateName(assessment.readiness), advice);
         if (assessment.readiness != CameraReadiness::Good && camera) advices << tr("%1: %2").arg(serial).arg(advice);
         state->setForeground(colourOf(assessment.readiness));

@@ -36,12 +36,27 @@ int mostSharedFrames(const CameraCalibrationReport& camera) {
 }
 
 // The side of the camera's view it has seen least of, if it is thin enough to matter.
-const char* thinSide(const ViewCoverage& view, double minimumShare) {
-    if (view.keypoints == 0) return nullptr;
-    const std::pair<double, const char*> sides[] = {
-        {view.left, "left"}, {view.right, "right"}, {view.top, "top"}, {view.bottom, "bottom"}};
+bool thinSide(const ViewCoverage& view, double minimumShare, ViewEdge& edge) {
+    if (view.keypoints == 0) return false;
+    const std::pair<double, ViewEdge> sides[] = {
+        {view.left, ViewEdge::Left}, {view.right, ViewEdge::Right}, {view.top, ViewEdge::Top}, {view.bottom, ViewEdge::Bottom}};
     const auto* thinnest = std::min_element(std::begin(sides), std::end(sides));
-    return thinnest->first < minimumShare ? thinnest->second : nullptr;
+    edge = thinnest->second;
+    return thinnest->first < minimumShare;
+}
+
+const char* edgeName(ViewEdge edge) {
+    switch (edge) {
+        case ViewEdge::Left: return "left";
+        case ViewEdge::Right: return "right";
+        case ViewEdge::Top: return "top";
+        case ViewEdge::Bottom: return "bottom";
+    }
+    return "";
+}
+
+bool apart(double degrees, double millimetres, const ReadinessThresholds& t) {
+    return degrees > t.movedApartDeg || millimetres > t.movedApartMm;
 }
 
 bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& report, const ReadinessThresholds& t) {
@@ -51,56 +66,114 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
     // one grows most.
     for (const CameraCalibrationReport& other : report.cameras)
         if (other.uncertainty.residualGrowth > u.residualGrowth * 1.05) return false;
-    const bool apartKnown = std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm);
-    return !apartKnown || u.halvesApartDeg > t.movedApartDeg || u.halvesApartMm > t.movedApartMm;
+    if (std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm))
+        return apart(u.halvesApartDeg, u.halvesApartMm, t);
+    // The reference is held still in both halves, so it has no halves of its own; when it
+    // moved, every other camera seen from it moved instead. Its residual growing most is
+    // not enough on its own: some camera's always grows most.
+    int known = 0, moved = 0;
+    for (const CameraCalibrationReport& other : report.cameras) {
+        const CameraUncertainty& o = other.uncertainty;
+        if (other.camera == camera.camera || !std::isfinite(o.halvesApartDeg) || !std::isfinite(o.halvesApartMm))
+            continue;
+        ++known;
+        moved += apart(o.halvesApartDeg, o.halvesApartMm, t);
+    }
+    return known > 0 && 2 * moved > known;
 }
+
+}  // namespace
+
+std::string describe(const Advice& a) {
+    const std::string id = std::to_string(a.camera), partner = std::to_string(a.partner);
+    const std::string figures =
+        format("±%.2f° / %.0f mm at 2σ", a.rotationDeg, a.positionMm) +
+        format(", %.1f° / %.0f mm needed", a.neededDeg, a.neededMm);
+    switch (a.kind) {
+        case AdviceKind::PlacedAnew:
+            return "It moved during the calibration: its frames from before were dropped and it is being placed "
+                   "anew. Keep walking where it and a neighbour both see you.";
+        case AdviceKind::NotSeenTogether:
+            return "Not yet seen together with another camera: walk where it and a neighbour both see you.";
+        case AdviceKind::KeepWalkingTogether:
+            return "Keep walking where " + id + " and " + partner + " both see you (" + std::to_string(a.sharedFrames) +
+                   " of " + std::to_string(a.neededFrames) + " frames).";
+        case AdviceKind::FixAndRestart:
+            return "It seems to have moved during the calibration" +
+                   (a.apartKnown ? format(" (the first and second half of the walk put it %.1f° and %.0f mm apart)",
+                                          a.apartDeg, a.apartMm)
+                                 : std::string()) +
+                   ": fix it in place and restart the calibration.";
+        case AdviceKind::UncertaintyUnknown:
+            return "Its uncertainty is not known yet: keep walking where " + id + " and " + partner + " both see you.";
+        case AdviceKind::WellPlaced:
+            return format("Well placed: ±%.2f° / %.0f mm at 2σ.", a.rotationDeg, a.positionMm);
+        case AdviceKind::ModelLimit:
+            return figures + format(". Walking longer will not bring it under %.0f mm: this calibration model cannot "
+                                    "tell the trackers' pull toward the camera from where the camera stands.",
+                                    a.floorMm, 0);
+        case AdviceKind::CoverEdge:
+            return figures + ". Cover the " + edgeName(a.edge) + " edge of " + id + "'s view, where " + partner +
+                   " also sees you.";
+        case AdviceKind::WalkNearAndFar:
+            return figures + ". Walk where " + id + " and " + partner + " both see you, near and far, facing both.";
+    }
+    return std::string();
+}
+
+namespace {
+
+CameraAssessment assessed(CameraReadiness readiness, const Advice& facts) { return {readiness, facts, describe(facts)}; }
 
 }  // namespace
 
 CameraAssessment assessCamera(const CameraCalibrationReport* camera, const CalibrationReport& report,
                               const ReadinessThresholds& t) {
-    if (camera && camera->reseedingAfterMove)
-        return {CameraReadiness::Moved, "It moved during the calibration: its frames from before were dropped and it "
-                                        "is being placed anew. Keep walking where it and a neighbour both see you."};
+    Advice a;
+    a.camera = camera ? camera->camera : 0;
+    if (camera && camera->reseedingAfterMove) {
+        a.kind = AdviceKind::PlacedAnew;
+        return assessed(CameraReadiness::Moved, a);
+    }
     if (!camera || camera->residualBlocks == 0 || camera->framesSharedWith.empty())
-        return {CameraReadiness::NoData,
-                "Not yet seen together with another camera: walk where it and a neighbour both see you."};
-    const std::string id = std::to_string(camera->camera);
-    const std::string partner = std::to_string(neighbour(*camera, true));
-    const int shared = mostSharedFrames(*camera);
-    if (!report.usable || shared < t.minimumSharedFrames)
-        return {CameraReadiness::NeedsFrames, "Keep walking where " + id + " and " + partner + " both see you (" +
-                                                  std::to_string(shared) + " of " +
-                                                  std::to_string(t.minimumSharedFrames) + " frames)."};
+        return assessed(CameraReadiness::NoData, a);
+    a.partner = neighbour(*camera, true);
+    a.sharedFrames = mostSharedFrames(*camera);
+    a.neededFrames = t.minimumSharedFrames;
+    if (!report.usable || a.sharedFrames < t.minimumSharedFrames) {
+        a.kind = AdviceKind::KeepWalkingTogether;
+        return assessed(CameraReadiness::NeedsFrames, a);
+    }
     const CameraUncertainty& u = camera->uncertainty;
     if (hasMoved(*camera, report, t)) {
-        std::string how = std::isfinite(u.halvesApartDeg)
-                              ? format(" (the first and second half of the walk put it %.1f° and %.0f mm apart)",
-                                       u.halvesApartDeg, u.halvesApartMm)
-                              : std::string();
-        return {CameraReadiness::Moved,
-                "It seems to have moved during the calibration" + how + ": fix it in place and restart the calibration."};
+        a.kind = AdviceKind::FixAndRestart;
+        a.apartKnown = std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm);
+        a.apartDeg = u.halvesApartDeg;
+        a.apartMm = u.halvesApartMm;
+        return assessed(CameraReadiness::Moved, a);
     }
-    if (!std::isfinite(u.rotationSigmaDeg) || !std::isfinite(u.positionSigmaMm))
-        return {CameraReadiness::Uncertain,
-                "Its uncertainty is not known yet: keep walking where " + id + " and " + partner + " both see you."};
+    if (!std::isfinite(u.rotationSigmaDeg) || !std::isfinite(u.positionSigmaMm)) {
+        a.kind = AdviceKind::UncertaintyUnknown;
+        return assessed(CameraReadiness::Uncertain, a);
+    }
 
     const double rotation = 2.0 * u.rotationSigmaDeg, position = 2.0 * u.positionSigmaMm;
-    // Rounded up: 10.4 mm shown as "10 mm" beside "10 mm needed" would read as a pass.
-    const std::string figures = format("±%.2f° / %.0f mm at 2σ", roundedUp(rotation, 100.0), roundedUp(position, 1.0));
-    if (rotation <= t.maximumRotationDeg && position <= t.maximumPositionMm)
-        return {CameraReadiness::Good, "Well placed: " + figures + "."};
-    const std::string needed = format(", %.1f° / %.0f mm needed", t.maximumRotationDeg, t.maximumPositionMm);
-    if (2.0 * u.trackerBiasMm > t.maximumPositionMm)
-        return {CameraReadiness::Uncertain,
-                figures + needed + format(". Walking longer will not bring it under %.0f mm: this calibration model "
-                                          "cannot tell the trackers' pull toward the camera from where the camera "
-                                          "stands.",
-                                          2.0 * u.trackerBiasMm, 0)};
-    if (const char* side = thinSide(u.coverage, t.minimumSideShare))
-        return {CameraReadiness::Uncertain, figures + needed + ". Cover the " + side + " edge of " + id +
-                                                "'s view, where " + partner + " also sees you."};
-    return {CameraReadiness::Uncertain, figures + needed + ". Walk where " + id + " and " +
-                                            std::to_string(neighbour(*camera, false)) +
-                                            " both see you, near and far, facing both."};
+    a.rotationDeg = roundedUp(rotation, 100.0);
+    a.positionMm = roundedUp(position, 1.0);
+    a.neededDeg = t.maximumRotationDeg;
+    a.neededMm = t.maximumPositionMm;
+    if (rotation <= t.maximumRotationDeg && position <= t.maximumPositionMm) {
+        a.kind = AdviceKind::WellPlaced;
+        return assessed(CameraReadiness::Good, a);
+    }
+    if (2.0 * u.trackerBiasMm > t.maximumPositionMm) {
+        a.kind = AdviceKind::ModelLimit;
+        a.floorMm = 2.0 * u.trackerBiasMm;
+    } else if (thinSide(u.coverage, t.minimumSideShare, a.edge)) {
+        a.kind = AdviceKind::CoverEdge;
+    } else {
+        a.kind = AdviceKind::WalkNearAndFar;
+        a.partner = neighbour(*camera, false);
+    }
+    return assessed(CameraReadiness::Uncertain, a);
 }

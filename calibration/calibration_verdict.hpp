@@ -24,9 +24,43 @@ struct ReadinessThresholds {
     double minimumSideShare = 0.15;
 };
 
+// The one thing to do next, as facts, so that each front end words it in its own language.
+enum class AdviceKind {
+    PlacedAnew,          // moved; its old frames dropped, being placed again
+    NotSeenTogether,     // no frame shared with another camera yet
+    KeepWalkingTogether, // with `partner`, `sharedFrames` of `neededFrames`
+    FixAndRestart,       // moved; `apartDeg` / `apartMm` between the halves when known
+    UncertaintyUnknown,  // walk with `partner`
+    WellPlaced,
+    ModelLimit,          // walking longer will not bring it under `floorMm`
+    CoverEdge,           // cover `edge` of the view where `partner` also sees you
+    WalkNearAndFar,      // with `partner`, near and far, facing both
+};
+enum class ViewEdge { Left, Right, Top, Bottom };
+
+struct Advice {
+    AdviceKind kind = AdviceKind::NotSeenTogether;
+    int camera = 0;
+    int partner = 0;
+    int sharedFrames = 0;
+    int neededFrames = 0;
+    // At 2 sigma, rounded up as shown: 10.4 mm shown as "10 mm" beside "10 mm needed"
+    // would read as a pass.
+    double rotationDeg = 0, positionMm = 0;
+    double neededDeg = 0, neededMm = 0;
+    double apartDeg = 0, apartMm = 0;
+    bool apartKnown = false;
+    double floorMm = 0;
+    ViewEdge edge = ViewEdge::Left;
+};
+
+// The advice in English, as the headless tool and the report carry it.
+std::string describe(const Advice& advice);
+
 struct CameraAssessment {
     CameraReadiness readiness = CameraReadiness::NoData;
-    std::string advice;
+    Advice facts;
+    std::string advice;  // describe(facts)
 };
 
 // `camera` is null when the last solve did not involve that camera at all; `report` is

@@ -170,6 +170,13 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     for (int camera : frames.cameras())
         if (poses.find(camera) == poses.end()) poses[camera] = PoseStruct();
     state.framesAtLastCalibration = int(frames.added());
+    // Frames the store thinned away leave no joints behind: the state is copied per solve.
+    auto stored = frames.begin();
+    for (auto joints = state.worldJoints.begin(); joints != state.worldJoints.end();) {
+        while (stored != frames.end() && stored->first < joints->first) ++stored;
+        if (stored == frames.end() || stored->first != joints->first) joints = state.worldJoints.erase(joints);
+        else ++joints;
+    }
     // Earlier floor steps carried some joints into the world; this solve reads them so.
     calib::Frames rewrittenFrames;
     if (!state.worldJoints.empty())

@@ -21,6 +21,7 @@ struct Options {
     bool associate = true;        // false: only cameras that see exactly one person
     SkeletonMulticameraCalibration::Model model = SkeletonMulticameraCalibration::Model::Classic;
     double calibrateEvery = 0.5;  // seconds between solves, each after more than ten new frames
+    calib::FrameBudget budget;    // of the store; maxFrames 0 keeps every frame
     // Whether camera `serial` reports person `person` at `seconds` (default: always).
     std::function<bool(unsigned serial, int person, double seconds)> reports;
     // A number added to a camera's track id of a person from `seconds` on (a new track).
@@ -56,6 +57,7 @@ inline Result run(const Options& options) {
     calib::BodyAssociator associator;
     SkeletonMulticameraCalibration calibration;
     calibration.options.model = options.model;
+    calibration.frames.setBudget(options.budget);
     Result result;
     const uint64_t start = 1700000000ull * 1000000000ull;
     double lastSolve = -1e9;

@@ -1052,4 +1052,87 @@ horloge %1%2 s
         <translation>Calibration enregistrée dans l&apos;espace de travail %1.</translation>
     </message>
 </context>
+<context>
+    <name>CalibrationAdvice</name>
+    <message>
+        <source>±%1° / %2 mm at 2σ, %3° / %4 mm needed</source>
+        <translation>±%1° / %2 mm à 2σ, %3° / %4 mm requis</translation>
+    </message>
+    <message>
+        <source>It moved during the calibration: its frames from before were dropped and it is being placed anew. Keep walking where it and a neighbour both see you.</source>
+        <translation>Elle a bougé pendant la calibration : ses images d&apos;avant ont été écartées et elle est replacée. Continuez à marcher là où elle et une voisine vous voient toutes deux.</translation>
+    </message>
+    <message>
+        <source>Not yet seen together with another camera: walk where it and a neighbour both see you.</source>
+        <translation>Pas encore vue en même temps qu&apos;une autre caméra : marchez là où elle et une voisine vous voient toutes deux.</translation>
+    </message>
+    <message>
+        <source>Keep walking where %1 and %2 both see you (%3 of %4 frames).</source>
+        <translation>Continuez à marcher là où %1 et %2 vous voient toutes deux (%3 images sur %4).</translation>
+    </message>
+    <message>
+        <source>It seems to have moved during the calibration: fix it in place and restart the calibration.</source>
+        <translation>Elle semble avoir bougé pendant la calibration : fixez-la en place et recommencez la calibration.</translation>
+    </message>
+    <message>
+        <source>It seems to have moved during the calibration (the first and second half of the walk put it %1° and %2 mm apart): fix it in place and restart the calibration.</source>
+        <translation>Elle semble avoir bougé pendant la calibration (les deux moitiés de la marche la placent à %1° et %2 mm l&apos;une de l&apos;autre) : fixez-la en place et recommencez la calibration.</translation>
+    </message>
+    <message>
+        <source>Its uncertainty is not known yet: keep walking where %1 and %2 both see you.</source>
+        <translation>Son incertitude n&apos;est pas encore connue : continuez à marcher là où %1 et %2 vous voient toutes deux.</translation>
+    </message>
+    <message>
+        <source>Well placed: ±%1° / %2 mm at 2σ.</source>
+        <translation>Bien placée : ±%1° / %2 mm à 2σ.</translation>
+    </message>
+    <message>
+        <source>%1. Walking longer will not bring it under %2 mm: this calibration model cannot tell the trackers&apos; pull toward the camera from where the camera stands.</source>
+        <translation>%1. Marcher plus longtemps ne la fera pas passer sous %2 mm : ce modèle de calibration ne sait pas distinguer l&apos;attraction des suiveurs vers la caméra de l&apos;endroit où se tient la caméra.</translation>
+    </message>
+    <message>
+        <source>Cover the left edge of %1&apos;s view, where %2 also sees you.</source>
+        <translation>Couvrez le bord gauche de la vue de %1, là où %2 vous voit aussi.</translation>
+    </message>
+    <message>
+        <source>Cover the right edge of %1&apos;s view, where %2 also sees you.</source>
+        <translation>Couvrez le bord droit de la vue de %1, là où %2 vous voit aussi.</translation>
+    </message>
+    <message>
+        <source>Cover the top edge of %1&apos;s view, where %2 also sees you.</source>
+        <translation>Couvrez le bord haut de la vue de %1, là où %2 vous voit aussi.</translation>
+    </message>
+    <message>
+        <source>Cover the bottom edge of %1&apos;s view, where %2 also sees you.</source>
+        <translation>Couvrez le bord bas de la vue de %1, là où %2 vous voit aussi.</translation>
+    </message>
+    <message>
+        <source>%1. Walk where %2 and %3 both see you, near and far, facing both.</source>
+        <translation>%1. Marchez là où %2 et %3 vous voient toutes deux, de près et de loin, face à chacune.</translation>
+    </message>
+    <message>
+        <source>nobody</source>
+        <translation>personne</translation>
+    </message>
+    <message>
+        <source>1 person, used</source>
+        <translation>1 personne, utilisée</translation>
+    </message>
+    <message>
+        <source>1 person, not paired yet</source>
+        <translation>1 personne, pas encore appariée</translation>
+    </message>
+    <message>
+        <source>%1 people, used</source>
+        <translation>%1 personnes, utilisées</translation>
+    </message>
+    <message>
+        <source>%1 people, not paired yet</source>
+        <translation>%1 personnes, pas encore appariées</translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation>%1 : %2</translation>
+    </message>
+</context>
 </TS>

@@ -2,10 +2,13 @@
 // and a busy calibration panel look up has a French translation.
 #include <QAbstractButton>
 #include <QAction>
+#include <QLabel>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTranslator>
 
+#include "app/calibration_advice.hpp"
 #include "app/calibration_panel.hpp"
 #include "app/mainwindow.hpp"
 #include "style/style.hpp"
@@ -75,10 +78,31 @@ void FrenchWindowTest::everyTextOfOursHasAFrenchTranslation() {
         report.cameras[1].reseedingAfterMove = false;
         report.cameras[1].uncertainty.residualGrowth = 5.0;
         panel->setReport(report);
+        panel->setCameraPeople({{41001, 2, true}, {41002, 1, false}});
+        QStringList shown;
+        for (const QLabel* label : panel->findChildren<QLabel*>()) shown << label->text();
+        const auto* table = panel->findChild<QTableWidget*>();
+        for (int row = 0; row < table->rowCount(); ++row) shown << table->item(row, 3)->toolTip();
+        for (const char* english : {"see you", "person,", " people", "Cover the", "Walk "})
+            QVERIFY2(shown.filter(english).isEmpty(), qPrintable(shown.filter(english).join("\n")));
     }
+    // Every piece of advice the panel can give, whatever state the walk is in.
+    QStringList advice;
+    for (int kind = 0; kind <= static_cast<int>(AdviceKind::WalkNearAndFar); ++kind)
+        for (bool apartKnown : {false, true})
+            for (int edge = 0; edge <= static_cast<int>(ViewEdge::Bottom); ++edge) {
+                Advice facts;
+                facts.kind = static_cast<AdviceKind>(kind);
+                facts.apartKnown = apartKnown;
+                facts.edge = static_cast<ViewEdge>(edge);
+                advice << CalibrationAdvice::text(facts);
+            }
+    advice << CalibrationAdvice::peopleInView({{41001, 0, false}, {41002, 1, true}, {41003, 1, false},
+                                               {41004, 2, true}, {41005, 3, false}});
     QCoreApplication::removeTranslator(&french);
     QVERIFY2(french.misses.isEmpty(), qPrintable(french.misses.join("\n")));
     QVERIFY(prompts->titles().contains("Aucune caméra valide"));
+    QVERIFY(advice.filter("personnes, pas encore appariées").size() == 1);
 }
 
 QTEST_MAIN(FrenchWindowTest)

@@ -110,3 +110,21 @@ TEST(FrameBudget, ThinningDropsWhatIsSeenAgainAndKeepsWhatIsNew) {
     for (const auto& entry : replayed.frames) b.push_back(entry.first);
     EXPECT_EQ(a, b);
 }
+
+TEST(FrameBudget, ClassicKeepsNoWorldJointsOfThinnedFrames) {
+    synthetic::Options options;
+    options.seed = 9;
+    synthetic::Room room(options);
+    Calibration classic;
+    calib::FrameBudget budget;
+    budget.maxFrames = 150;
+    classic.frames.setBudget(budget);
+    room.feed(classic, 120);
+    ASSERT_TRUE(classic.calibrate());
+    ASSERT_TRUE(classic.calibrate());  // the floor step's joints are written from the second solve on
+    for (int part = 0; part < 8; ++part) {
+        room.feed(classic, 40, 500.0 + 20.0 * part);
+        ASSERT_TRUE(classic.calibrate());
+    }
+    EXPECT_LE(classic.state.worldJoints.size(), classic.frames.size());
+}

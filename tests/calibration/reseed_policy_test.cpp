@@ -1,5 +1,6 @@
 // The re-seeding decision on hand-made reports: a moved camera is found anew at once and
-// reads Moved until placed again; a residual far above its peers' only once it persists.
+// reads Moved until placed again; a residual far above its peers' only once it persists;
+// the reference, held still in both halves, reads Moved only when the others move against it.
 #include <gtest/gtest.h>
 
 #include "calibration/calibration_verdict.hpp"
@@ -60,4 +61,26 @@ TEST(ReseedPolicy, AResidualOutlierIsFoundAnewOnlyWhenItPersists) {
     EXPECT_TRUE(policy.review(room(120.0, 1.0)).empty());  // under the floor of 150 mm
     EXPECT_TRUE(policy.review(room(400.0, 1.0)).empty());
     EXPECT_EQ(policy.review(room(420.0, 1.0)), std::vector<int>{41003});
+}
+
+// The reference has no halves of its own to compare, so its residual growing most is not
+// enough: some camera's always does. It moved when the others, seen from it, did.
+TEST(ReseedPolicy, TheReferenceReadsMovedOnlyWhenTheOthersMoveAgainstIt) {
+    CalibrationReport report = room(50.0, 1.0);
+    CameraCalibrationReport& reference = report.cameras.front();
+    reference.uncertainty.residualGrowth = 1.6;
+    reference.uncertainty.halvesApartDeg = reference.uncertainty.halvesApartMm = CameraUncertainty::kUnknown;
+    report.cameras[2].uncertainty.halvesApartDeg = 0.1;
+    report.cameras[2].uncertainty.halvesApartMm = 5.0;
+    EXPECT_NE(verdictOf(report, 41001), CameraReadiness::Moved);
+    EXPECT_TRUE(calib::ReseedPolicy().review(report).empty());
+
+    for (CameraCalibrationReport& other : report.cameras) {
+        if (other.camera == 41001) continue;
+        other.uncertainty.halvesApartDeg = 1.5;
+        other.uncertainty.halvesApartMm = 60.0;
+    }
+    EXPECT_EQ(verdictOf(report, 41001), CameraReadiness::Moved);
+    for (int camera : {41002, 41003, 41004}) EXPECT_NE(verdictOf(report, camera), CameraReadiness::Moved) << camera;
+    EXPECT_EQ(calib::ReseedPolicy().review(report), std::vector<int>{41001});
 }

@@ -99,10 +99,9 @@ TEST(HaldenCli, CalibratesARoomWithTwoPeopleWithinTheBenchmarkAccuracy) {
     CliRun run;
     {
         // On the virtual room clock: the same three minutes of walking on every run, however
-        // busy the machine, while nobody hides anyone (the scene turns occlusion off: it costs
-        // 40 % of the frames). Every camera lands within a few millimetres, yet may read
-        // settling (exit 7): the pull the model cannot fit keeps its stated sigma near the
-        // Good limit.
+        // busy the machine, with people hiding each other (40 % of the frames lost). Every
+        // camera lands within a few centimetres, yet may read settling (exit 7): the pull the
+        // model cannot fit keeps its stated sigma near the Good limit.
         const ScopedVariable scene("PYRA_SIM_SCENE", scenePath);
         const ScopedVariable clock("PYRA_SIM_CLOCK", "virtual");
         run = runCli({"calibrate", "--usb", "--seconds", "180", "--output", output, "--report", report, "--json"},
