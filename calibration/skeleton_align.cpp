@@ -6,6 +6,7 @@
 #include <array>
 #include <set>
 #include <chrono>
+#include <string>
 #include <vector>
 
 #include <Eigen/Geometry>
@@ -60,6 +61,22 @@ std::set<int> camerasSharingKeypoints(const std::vector<calib::CameraPairData>& 
         cameras.insert(pair.cameraB);
     }
     return cameras;
+}
+
+// The cameras joined to `reference` by shared keypoints, directly or through others. A
+// group never seen together with the reference's has nothing tying it to that world: a
+// solve would leave it wherever it started, which looks like a pose and is none.
+std::set<int> linkedTo(int reference, const std::vector<calib::CameraPairData>& pairs) {
+    std::set<int> linked{reference};
+    for (bool grew = true; grew;) {
+        grew = false;
+        for (const calib::CameraPairData& pair : pairs) {
+            if (pair.pairs.empty() || linked.count(pair.cameraA) == linked.count(pair.cameraB)) continue;
+            linked.insert({pair.cameraA, pair.cameraB});
+            grew = true;
+        }
+    }
+    return linked;
 }
 
 Eigen::Isometry3d isometryOf(const calib::PoseStruct& pose) {
@@ -184,16 +201,34 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     const calib::FrameParts seen = state.worldJoints.empty() ? frames.parts() : calib::FrameParts{&rewrittenFrames};
 
     auto record = std::make_shared<calib::SolveRecord>();
-    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(calib::collectKeypointPairs(seen));
+    std::vector<calib::CameraPairData> collected = calib::collectKeypointPairs(seen);
     int residualBlocks = 0;
-    for (const calib::CameraPairData& pair : *pairs) residualBlocks += int(pair.pairs.size());
+    for (const calib::CameraPairData& pair : collected) residualBlocks += int(pair.pairs.size());
     if (residualBlocks < kMinimumResidualBlocks) return false;
+
+    // The smallest camera that shares keypoints holds the world; one whose every keypoint
+    // was refused has no say in it. Only its group is solved; the rest wait to be linked.
+    const std::set<int> sharing = camerasSharingKeypoints(collected);
+    const int referenceCamera = *sharing.begin();
+    const std::set<int> linked = linkedTo(referenceCamera, collected);
+    for (int camera : sharing)
+        if (!linked.count(camera))
+            record->unplaced[camera] = "no frame links it, directly or through other cameras, to camera " +
+                                       std::to_string(referenceCamera);
+    if (linked.size() < sharing.size()) {
+        collected.erase(std::remove_if(collected.begin(), collected.end(),
+                                       [&linked](const calib::CameraPairData& pair) {
+                                           return !linked.count(pair.cameraA) || !linked.count(pair.cameraB);
+                                       }),
+                        collected.end());
+        residualBlocks = 0;
+        for (const calib::CameraPairData& pair : collected) residualBlocks += int(pair.pairs.size());
+        if (residualBlocks < kMinimumResidualBlocks) return false;
+    }
+    auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(std::move(collected));
 
     record->pairs = calib::KeypointPairsOnDemand(pairs);
     record->before = poses;
-    // The smallest camera that shares keypoints holds the world; one whose every keypoint
-    // was refused has no say in it.
-    const int referenceCamera = *camerasSharingKeypoints(*pairs).begin();
     record->reference = referenceCamera;
     record->robust = robust;
     record->frames = int(frames.size());
@@ -214,6 +249,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
         ceres::LossFunction* loss = robust ? getLoss() : nullptr;  // one, shared by every block
         calib::forEachKeypointPair(seen, [&](lum::Timestamp, int cameraA, int cameraB, Eigen::Vector3d a,
                                                Eigen::Vector3d b, Eigen::Matrix3d weight, int) {
+            if (!linked.count(cameraA) || !linked.count(cameraB)) return;
             PoseStruct& poseA = poses[cameraA];
             PoseStruct& poseB = poses[cameraB];
             literal->AddResidualBlock(createResidualBlock(a, b, weight, state.weightByCovariance), loss, poseA.q,
@@ -252,6 +288,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     for (const calib::Frames* part : seen)
     for (const auto& [ts, bodies] : *part) {
         for (const auto& [camera, body] : bodies) {
+            if (!linked.count(camera)) continue;  // its transform is no pose in this world
             const lum::Transform& transform = transforms[camera];
             const FloorKeypoints keypoints = floorKeypoints(body);
             for (int foot : keypoints.feet)
@@ -271,7 +308,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     }
 
     state.calibratedPoses.clear();
-    // A camera that shared no usable keypoint with another has no pose to report.
+    // A camera that shared no usable keypoint with the reference's group has no pose to report.
     for (int camera : frames.cameras())
         if (problem.HasParameterBlock(poses[camera].q))
             state.calibratedPoses[camera] = world * toTransform(poses[camera]);

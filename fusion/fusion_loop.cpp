@@ -213,11 +213,15 @@ void FusionWorker::collectSkeletons() {
 }
 
 void FusionWorker::applySolvedCalibration() {
+    if (std::optional<CalibrationReport> report = takeSolvedCalibration()) emit calibrationReport(*report);
+}
+
+std::optional<CalibrationReport> FusionWorker::takeSolvedCalibration() {
     std::optional<SolvedCalibration> solved = solver.take();
-    if (!solved) return;
+    if (!solved) return std::nullopt;
     if (discardRunningSolve) {
         discardRunningSolve = false;
-        return;
+        return std::nullopt;
     }
     const bool usable = solved->usable;
     CalibrationReport report = solved->report;
@@ -232,7 +236,7 @@ void FusionWorker::applySolvedCalibration() {
         for (const auto& [serial, transform] : calibration.state.calibratedPoses)
             shared.cameraTransforms[lum::CameraIdentifier(static_cast<uint64_t>(serial))] = transform;
     }
-    emit calibrationReport(report);
+    return report;
 }
 
 void FusionWorker::reseedCamera(int camera) {
@@ -372,13 +376,22 @@ std::vector<lum::FusionConfiguration> FusionWorker::concludeCalibration() {
     }
     // The loop goes on meanwhile; only the conclusion waits for the solver.
     solver.wait();
-    std::lock_guard<std::mutex> lock(workerMutex);
-    applySolvedCalibration();
+    std::optional<CalibrationReport> last;
+    std::vector<lum::FusionConfiguration> calibrated;
+    {
+        std::lock_guard<std::mutex> lock(workerMutex);
+        last = takeSolvedCalibration();
+        calibrated = placedConfigurations();
+    }
+    if (last) emit calibrationReport(*last);
+    return calibrated;
+}
+
+std::vector<lum::FusionConfiguration> FusionWorker::placedConfigurations() {
     if (calibration.state.calibratedPoses.empty()) {
         resetCalibration();
         return {};
     }
-
     // Only cameras the solve placed are saved: one that never ran or shared no frame would
     // otherwise be written at its starting pose as if it had been calibrated.
     std::vector<lum::FusionConfiguration> calibrated;

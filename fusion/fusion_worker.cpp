@@ -209,10 +209,12 @@ void FusionWorker::close() {
     for (auto& [serial, sender] : closing) sender->close();
     closing.clear();
     solver.wait();
+    std::optional<CalibrationReport> last;
     {
         std::lock_guard<std::mutex> lock(workerMutex);
-        applySolvedCalibration();
+        last = takeSolvedCalibration();
     }
+    if (last) emit calibrationReport(*last);
     disableModules();
     std::lock_guard<std::mutex> lock(workerMutex);
     fusion = std::make_shared<lum::Fusion>();

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -176,7 +177,13 @@ private:
     void steadyLoop();
     void processFrame();
     void collectSkeletons();
+    // Takes a solve that landed into the calibration, under workerMutex, and says it. The
+    // report is emitted by the caller once the mutex is released: a slot on the caller's
+    // thread runs at once and may ask the worker for its state.
+    std::optional<CalibrationReport> takeSolvedCalibration();
     void applySolvedCalibration();
+    // The cameras the solves placed, at their poses; under workerMutex.
+    std::vector<lum::FusionConfiguration> placedConfigurations();
     // Drops `camera`'s frames and pose: the next solves place it anew from pose-free pairings.
     void reseedCamera(int camera);
     // Finds anew a camera that keeps seeing people no body of which pairs through its pose.

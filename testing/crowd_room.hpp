@@ -136,10 +136,10 @@ inline Result run(const Options& options) {
 // The default room with `people` walkers of one height, no pull toward the camera and a
 // tracker without artefacts, so that what is left of the error is the association's and
 // the clocks', not the bias's. With the artefacts on, no frame mixes two people, but id
-// switches cost the association its person numbers; on the Classic model, occlusion split
-// the room of the one-person camera into two pairs of cameras never in one frame, and the
-// pair away from the reference landed 140 deg off (Refined keeps every pairing and misses
-// the 10 mm target by about a millimetre).
+// switches cost the association its person numbers; on the Classic model, occlusion once
+// split the room of the one-person camera into two pairs of cameras never in one frame, and
+// the pair away from the reference landed 140 deg off. Such a pair is now left unplaced and
+// named (Refined keeps every pairing and misses the 10 mm target by about a millimetre).
 inline pyra_sim::Scene room(int people, bool crossing) {
     pyra_sim::Scene scene = pyra_sim::defaultScene();
     scene.people.count = people;

@@ -4,6 +4,7 @@
 
 #include <ceres/gradient_checker.h>
 
+#include "calibration/calibration_verdict.hpp"
 #include "calibration/report_json.hpp"
 #include "calibration/pair_solver.hpp"
 #include "calibration/skeleton_align.hpp"
@@ -316,6 +317,40 @@ TEST(CalibrationReport, CountsBlocksAndShrinksWithData) {
     }
     const nlohmann::json json = toJson(many);
     EXPECT_EQ(json["cameras"][1]["residualBlocks"], many.cameras[1].residualBlocks);
+}
+
+// Two pairs of cameras never in one frame: nothing ties the second pair to the reference's
+// world, so no model may place it, report it well placed or let it be saved.
+TEST(SkeletonCalibration, CamerasNeverLinkedToTheReferenceAreNotPlaced) {
+    using Model = Calibration::Model;
+    using Solver = Calibration::Solver;
+    for (auto [model, solver] : {std::pair{Model::Classic, Solver::Fast}, std::pair{Model::Classic, Solver::Reference},
+                                 std::pair{Model::Refined, Solver::Fast}}) {
+        SCOPED_TRACE(int(model) * 2 + int(solver));
+        synthetic::Room room(clean(4));
+        Calibration calibration;
+        calibration.options.model = model;
+        calibration.options.solver = solver;
+        for (int i = 0; i < 120; ++i) {
+            std::map<int, lum::BodyData> bodies = room.observe(0.5 * i);
+            for (int camera : i % 2 ? std::vector<int>{10, 11} : std::vector<int>{12, 13}) bodies.erase(camera);
+            calibration.frames.add(lum::Timestamp(uint64_t(1e9 + 0.5e9 * i)), bodies);
+        }
+        for (int solve = 0; solve < 2; ++solve) {
+            ASSERT_TRUE(calibration.calibrate());
+            EXPECT_EQ(calibration.state.calibratedPoses.size(), 2u);
+            EXPECT_TRUE(calibration.state.calibratedPoses.count(10));
+            EXPECT_TRUE(calibration.state.calibratedPoses.count(11));
+            const CalibrationReport report = makeCalibrationReport(calibration);
+            for (int camera : {12, 13}) {
+                EXPECT_TRUE(report.unplaced.count(camera)) << camera;
+                const CameraCalibrationReport* entry = nullptr;
+                for (const CameraCalibrationReport& c : report.cameras)
+                    if (c.camera == camera) entry = &c;
+                EXPECT_NE(assessCamera(entry, report).readiness, CameraReadiness::Good) << camera;
+            }
+        }
+    }
 }
 
 // The floor step stores the up-pair joints back in world coordinates; a later report must

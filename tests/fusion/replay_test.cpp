@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "fusion/body_source.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "fusion/recorded_source.hpp"
 #include "pyra_sim/scene.hpp"
@@ -85,6 +86,28 @@ Replayed calibrateReplay(const std::string& path) {
     return replayed;
 }
 
+// A recording that ends at the set where `end` was raised, as one whose last set starts a
+// solve: the worker stops with that solve's result not yet taken.
+class EndingSource : public BodySource {
+public:
+    EndingSource(std::unique_ptr<BodySource> source, const std::atomic<bool>& end)
+        : source_(std::move(source)), end_(end) {}
+    lum::FUSION_ERROR_CODE process() override {
+        return end_ ? lum::FUSION_ERROR_CODE::FAILURE : source_->process();
+    }
+    void retrieveBodies(lum::Bodies& bodies, lum::CameraIdentifier camera) override {
+        source_->retrieveBodies(bodies, camera);
+    }
+    void updatePose(lum::CameraIdentifier camera, const lum::Transform& pose) override {
+        source_->updatePose(camera, pose);
+    }
+    bool ended() const override { return end_ || source_->ended(); }
+
+private:
+    std::unique_ptr<BodySource> source_;
+    const std::atomic<bool>& end_;
+};
+
 }  // namespace
 
 TEST(Replay, TheSameSceneGivesTheSameRecordingAndEveryReplayTheLiveRoom) {
@@ -147,4 +170,39 @@ TEST(Replay, CaptureClockMovesOnWhenCaptureTimesStepBack) {
     clock.captured(kSeconds);
     clock.captured(kSeconds + kSeconds / 2);
     EXPECT_EQ(clock.nowNs(), 3601 * kSeconds);
+}
+
+// halden-cli's progress line asks the worker for its clock on every report. The last report,
+// of a solve that lands as the calibration concludes, reaches it on the concluding thread:
+// it must not find the worker's mutex held (a replay hung there at the end of its walk).
+TEST(Replay, TheLastSolveLandingAsTheCalibrationConcludesIsReportedWithoutHoldingTheWorker) {
+    platform_test::isolateProcess();
+    pyra_sim::setActiveScene(pyra_sim::defaultScene());
+    const std::string path = platform_test::privateFolder("replay-last-solve") + "/walk.rec";
+    {
+        fusiontest::ScopedVirtualClock virtualClock;
+        calibrateLive(path, 8);
+    }
+    auto reader = std::make_unique<rec::RecordingReader>();
+    std::string problem;
+    ASSERT_TRUE(reader->open(path, &problem)) << problem;
+    const std::vector<lum::FusionConfiguration> room = reader->header().room;
+    std::atomic<bool> solveStarted{false}, ended{false};
+    auto source = std::make_unique<EndingSource>(
+        std::make_unique<RecordedBodySource>(std::move(reader), roomFusionParameters().synchronization), solveStarted);
+    FusionWorker worker;
+    int reports = 0;
+    // On the worker's thread, as the first solve starts.
+    QObject::connect(&worker, &FusionWorker::incCalib, &worker, [&](int percent) {
+        if (percent > 100) solveStarted = true;
+    }, Qt::DirectConnection);
+    QObject::connect(&worker, &FusionWorker::calibrationReport, &worker, [&](const CalibrationReport&) {
+        worker.pipelineNowNs();
+        ++reports;
+    });
+    QObject::connect(&worker, &FusionWorker::runEnded, [&] { ended = true; });
+    worker.setCalibrateOnStart(true);
+    worker.setupReplay(std::move(source), room);
+    EXPECT_EQ(calibrated(worker, ended).size(), 4u);
+    EXPECT_EQ(reports, 1);
 }
