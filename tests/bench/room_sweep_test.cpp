@@ -106,7 +106,7 @@ TEST(RoomSweep, ResultLinesKeepUnknownsAndPercentilesTakeTheNearestRank) {
 TEST(RoomSweep, ReadsAVerdictAndAnErrorForEveryCameraOfARealRun) {
     sweep::GeneratedRoom generated;
     std::string problem;
-    ASSERT_TRUE(sweep::generateRoom(8, generated, &problem)) << problem;
+    ASSERT_TRUE(sweep::generateRoom(48, generated, &problem)) << problem;
     sweep::RunSettings settings;
     settings.cli = HALDEN_BINARY_DIR "/tools/halden_cli/halden-cli";
     settings.folder = platform_test::privateFolder("sweep");
@@ -121,5 +121,5 @@ TEST(RoomSweep, ReadsAVerdictAndAnErrorForEveryCameraOfARealRun) {
         EXPECT_EQ(camera.saved, std::isfinite(camera.errorMm)) << camera.serial;
     }
     // A room that went well leaves no files behind.
-    EXPECT_FALSE(std::filesystem::exists(settings.folder + "/room-8"));
+    EXPECT_FALSE(std::filesystem::exists(settings.folder + "/room-48"));
 }
