@@ -4,6 +4,7 @@
 
 #include <QHeaderView>
 #include <QLabel>
+#include <QLocale>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
@@ -239,9 +240,13 @@ void CalibrationPanel::refresh() {
     table_->resizeRowsToContents();
     // The poses are good whatever the floor, but heights are then the reference camera's own.
     floorLabel_->setVisible(report_.usable && !report_.floorRefused.empty());
-    floorLabel_->setText(tr("<font color=%1>Floor not found: %2.</font>")
-                             .arg(clr::warning.name())
-                             .arg(QString::fromStdString(report_.floorRefused).toHtmlEscaped()));
+    // The reason is said from its fact, so that it reads in the window's language.
+    const QString floorReason =
+        report_.floorRefusedSpanM >= 0
+            ? tr("the feet stayed on one spot or one line (%1 m across); the floor is left unlevelled")
+                  .arg(QLocale().toString(report_.floorRefusedSpanM, 'f', 2))
+            : QString::fromStdString(report_.floorRefused).toHtmlEscaped();
+    floorLabel_->setText(tr("<font color=%1>Floor not found: %2.</font>").arg(clr::warning.name()).arg(floorReason));
     if (concluded_) return;
 
     const int total = static_cast<int>(serials.size());

@@ -105,6 +105,7 @@ CalibrationReport makeReport(const SkeletonMulticameraCalibration& calibration, 
     report.residualBlocks = record->residualBlocks;
     report.solveSeconds = record->seconds;
     report.floorRefused = record->floorRefused;
+    report.floorRefusedSpanM = record->floorRefusedSpanM;
     report.unplaced = record->unplaced;
 
     std::map<int, double> before, after;

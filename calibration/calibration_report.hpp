@@ -35,6 +35,7 @@ struct CalibrationReport {
     int residualBlocks = 0;
     double solveSeconds = 0;
     std::string floorRefused;  // why the world is not levelled, when the floor was refused
+    double floorRefusedSpanM = -1;  // the fact behind it, for the window to say in its own language
     std::map<int, std::string> unplaced;  // cameras waiting for an agreed first pose, and why
     std::vector<int> reseeding;           // cameras whose pose is being found anew
     std::vector<CameraCalibrationReport> cameras;  // by camera identifier

@@ -184,6 +184,7 @@ FloorFit levelFloor(const FrameParts& parts, const std::map<int, CameraUnknowns>
         std::snprintf(text, sizeof text,
                       "the feet stayed on one spot or one line (%.2f m across); the floor is left unlevelled", spread);
         fit.refused = text;
+        fit.refusedSpanM = spread;
         return fit;
     }
     Eigen::Vector3d centre, normal;

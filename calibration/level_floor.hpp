@@ -24,6 +24,7 @@ struct FloorFit {
     int samples = 0;       // planted feet the plane was fitted to
     double rmsMm = 0;      // their distance to it
     std::string refused;   // why the feet gave no floor, when they gave too little of one
+    double refusedSpanM = -1;  // how far across the planted feet spread, when refused for it
 };
 
 // World y = the floor's normal, pointing up (the way people stand); floor at y = 0;

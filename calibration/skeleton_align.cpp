@@ -409,6 +409,7 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
                               {options.refined.ankleHeight, options.refined.soleHeight});
         if (floor.found) world = floor.worldFromReference;
         record->floorRefused = floor.refused;
+        record->floorRefusedSpanM = floor.refusedSpanM;
     }
     state.calibratedPoses.clear();
     for (int camera : placed) {

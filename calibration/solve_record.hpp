@@ -57,6 +57,7 @@ struct SolveRecord {
     // first usable solve they are no longer camera measurements, so residuals leave them out.
     std::array<int, 2> rewrittenJoints{-1, -1};
     std::string floorRefused;  // why the world was left unlevelled, when the floor was refused
+    double floorRefusedSpanM = -1;  // the planted feet's spread that refused it, metres
     std::map<int, std::string> unplaced;  // cameras the solve left out until their pose is agreed, and why
 };
 

@@ -95,6 +95,10 @@ horloge %1%2 s
         <translation>&lt;font color=%1&gt;Sol introuvable : %2.&lt;/font&gt;</translation>
     </message>
     <message>
+        <source>the feet stayed on one spot or one line (%1 m across); the floor is left unlevelled</source>
+        <translation>les pieds sont restés sur un point ou une ligne (%1 m de large) ; le sol n&apos;est pas mis à niveau</translation>
+    </message>
+    <message>
         <location line="+7"/>
         <source>&lt;font color=%1&gt;Camera %2 moved while you calibrated: its frames from before were dropped and it is being placed anew. Keep walking where it and a neighbour both see you.&lt;/font&gt;</source>
         <translation>&lt;font color=%1&gt;La caméra %2 a bougé pendant la calibration : ses images d&apos;avant ont été écartées et elle est replacée. Continuez à marcher là où elle et une voisine vous voient toutes deux.&lt;/font&gt;</translation>

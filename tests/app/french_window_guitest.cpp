@@ -63,7 +63,8 @@ void FrenchWindowTest::everyTextOfOursHasAFrenchTranslation() {
         CalibrationReport report;
         report.usable = true;
         report.frames = 40;
-        report.floorRefused = "too few floor points";
+        report.floorRefused = "the feet stayed on one spot or one line (0.05 m across); the floor is left unlevelled";
+        report.floorRefusedSpanM = 0.05;
         for (int camera = 41001; camera <= 41005; ++camera) {
             report.cameras.push_back(synthetic::cameraReport(camera, {{camera == 41001 ? 41002 : 41001, 30}}, 0.5, 40));
             report.cameras.back().clockOffsetS = 0.012;
@@ -83,7 +84,7 @@ void FrenchWindowTest::everyTextOfOursHasAFrenchTranslation() {
         for (const QLabel* label : panel->findChildren<QLabel*>()) shown << label->text();
         const auto* table = panel->findChild<QTableWidget*>();
         for (int row = 0; row < table->rowCount(); ++row) shown << table->item(row, 3)->toolTip();
-        for (const char* english : {"see you", "person,", " people", "Cover the", "Walk "})
+        for (const char* english : {"see you", "person,", " people", "Cover the", "Walk ", "the feet"})
             QVERIFY2(shown.filter(english).isEmpty(), qPrintable(shown.filter(english).join("\n")));
     }
     // Every piece of advice the panel can give, whatever state the walk is in.
