@@ -13,10 +13,10 @@
 #include <mutex>
 
 #include "app/mainwindow.hpp"
+#include "app/walk_recorder.hpp"
 #include "core/user_prompts.hpp"
 #include "fusion/fusion_worker.hpp"
 #include "fusion/recorded_source.hpp"
-#include "recording/recording_writer.hpp"
 #include "workspace/wscreator.hpp"
 
 namespace {
@@ -27,22 +27,6 @@ constexpr const char* kFolderKey = "recording/folder";
 QString recordingFilter() { return QObject::tr("Halden recordings (*.rec)"); }
 
 }  // namespace
-
-// Shared by the window and the sink the worker's thread calls, which may run once more
-// after the window replaced it: appends after close() are dropped.
-struct WalkRecorder {
-    std::mutex mutex;
-    rec::RecordingWriter writer;
-    QString path;
-    uint64_t captures = 0;
-    std::string problem;
-
-    void append(int serial, const lum::Bodies& bodies) {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (!problem.empty() || !writer.isOpen()) return;
-        if (writer.append({serial, bodies}, &problem)) ++captures;
-    }
-};
 
 // How a recording played to its end, kept apart from the source the worker owns and
 // deletes when the next room starts.
@@ -123,6 +107,7 @@ RecordingActions::RecordingActions(MainWindow& window_, UserPrompts& prompts_)
 
 // Runs after the window's worker is gone (its thread joined): only the file is left to close.
 RecordingActions::~RecordingActions() {
+    for (auto& [walk, closer] : closers) closer.join();
     if (!recorder) return;
     std::lock_guard<std::mutex> lock(recorder->mutex);
     recorder->writer.close(nullptr);
@@ -173,8 +158,22 @@ void RecordingActions::stopRecording(bool tell) {
     const std::shared_ptr<WalkRecorder> done = std::move(recorder);
     recorder.reset();
     recordAction->setText(tr("Record walk..."));
-    std::lock_guard<std::mutex> lock(done->mutex);
-    if (done->problem.empty()) done->writer.close(&done->problem);
+    // The worker's thread may be writing a chunk, and closing writes the last one: neither
+    // is the GUI thread's to wait for.
+    closers[done.get()] = std::thread([this, done, tell] {
+        {
+            std::lock_guard<std::mutex> lock(done->mutex);
+            if (done->problem.empty()) done->writer.close(&done->problem);
+        }
+        QMetaObject::invokeMethod(
+            this, [this, done, tell] { onRecordingClosed(done, tell); }, Qt::QueuedConnection);
+    });
+}
+
+void RecordingActions::onRecordingClosed(const std::shared_ptr<WalkRecorder>& done, bool tell) {
+    const auto closer = closers.find(done.get());
+    closer->second.join();
+    closers.erase(closer);
     if (!tell) return;
     if (!done->problem.empty()) {
         prompts.exec({tr("Recording not saved"), QString::fromStdString(done->problem), PromptIcon::Warning});

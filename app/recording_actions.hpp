@@ -4,7 +4,9 @@
 
 #include <QObject>
 
+#include <map>
 #include <memory>
+#include <thread>
 
 class MainWindow;
 class QAction;
@@ -21,12 +23,15 @@ public:
 
     // True from "Record walk..." until "Stop recording" or the room stopping.
     bool recording() const { return recorder != nullptr; }
+    // The walk being written, while recording() holds.
+    std::shared_ptr<WalkRecorder> activeRecording() const { return recorder; }
 
 private:
     void toggleRecording();
     void startRecording();
-    // Closes the file and, when `tell`, says how many captures it holds.
+    // Closes the file off the GUI thread and, when `tell`, then says how many captures it holds.
     void stopRecording(bool tell);
+    void onRecordingClosed(const std::shared_ptr<WalkRecorder>& done, bool tell);
     void openRecording();
     void onPlayEnded();
 
@@ -35,6 +40,8 @@ private:
     QAction* recordAction = nullptr;
     QAction* fastAction = nullptr;
     std::shared_ptr<WalkRecorder> recorder;
+    // Recordings being closed, each by its own thread, joined once it has reported back.
+    std::map<const WalkRecorder*, std::thread> closers;
     // The recording playing now, for what its end says.
     std::shared_ptr<PlayOutcome> playOutcome;
     QString playingName;

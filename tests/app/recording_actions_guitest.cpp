@@ -8,9 +8,15 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
 #include "app/application.hpp"
 #include "app/calibration_panel.hpp"
 #include "app/mainwindow.hpp"
+#include "app/recording_actions.hpp"
+#include "app/walk_recorder.hpp"
 #include "pyra_sim/scene.hpp"
 #include "recording/recording_reader.hpp"
 #include "style/waiting_spinner_widget.hpp"
@@ -29,6 +35,39 @@ public:
 
 // Generous limits on runs whose outcome the virtual clock fixes; only a stuck run meets them.
 constexpr int kPatienceMs = 120000;
+
+// Holds a recording's lock on a thread of its own, as the worker's thread does while it
+// writes a chunk; a GUI thread still waiting for it after 20 s is let go and the fact kept.
+class LockedRecording {
+public:
+    explicit LockedRecording(std::shared_ptr<WalkRecorder> walk) : holder([this, walk] {
+        std::unique_lock<std::mutex> held(walk->mutex);
+        std::unique_lock<std::mutex> lock(mutex);
+        taken = true;
+        changed.notify_all();
+        blocked = !changed.wait_for(lock, std::chrono::seconds(20), [this] { return answered; });
+    }) {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return taken; });
+    }
+    ~LockedRecording() { release(); }
+    // False when the GUI thread had to be let go.
+    bool release() {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            answered = true;
+            changed.notify_all();
+        }
+        if (holder.joinable()) holder.join();
+        return !blocked;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool taken = false, answered = false, blocked = false;
+    std::thread holder;
+};
 
 }  // namespace
 
@@ -77,9 +116,15 @@ void RecordingActionsTest::recordsAWalkAndCalibratesItsReplay() {
     QCOMPARE(action("record_walk_action")->text(), QString("Stop recording"));
     // About half a minute of the room, on its virtual clock.
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(walk + ".rec").size() > 2000000, kPatienceMs);
-    action("record_walk_action")->trigger();
-    QVERIFY(said("Recording saved"));
-    QCOMPARE(action("record_walk_action")->text(), QString("Record walk..."));
+    // Stopped while the worker's thread is writing a chunk: the menu answers at once, and
+    // the file is said saved once the chunk is written.
+    {
+        LockedRecording writing(window->findChild<RecordingActions*>()->activeRecording());
+        action("record_walk_action")->trigger();
+        QCOMPARE(action("record_walk_action")->text(), QString("Record walk..."));
+        QVERIFY2(writing.release(), "the GUI thread waited for the recording's lock");
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(said("Recording saved"), kPatienceMs);
 
     rec::RecordingReader reader;
     std::string problem;
