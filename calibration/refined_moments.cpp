@@ -46,10 +46,13 @@ void accumulate(const FramePair& pair, const CameraState& a, const CameraState& 
             const Eigen::Matrix3d G = jointInformation(joint, a.rotation, a.translation, a.bias, b.rotation,
                                                        b.translation, b.bias, options);
             g << G(0, 0), G(0, 1), G(0, 2), G(1, 1), G(1, 2), G(2, 2);
+            const auto [rayA, rayB] =
+                biasRays(joint, a.rotation, a.translation, a.bias, b.rotation, b.translation, b.bias, options);
+            c << joint.a, rayA, 1.0, -joint.b, -rayB, -1.0;
         } else {
-            g << 1, 0, 0, 1, 0, 1;
+            g << 1, 0, 0, 1, 0, 1;  // biases are held: the rays do not matter
+            c << joint.a, joint.rayA, 1.0, -joint.b, -joint.rayB, -1.0;
         }
-        c << joint.a, joint.rayA, 1.0, -joint.b, -joint.rayB, -1.0;
         int index = 0;
         for (int k = 0; k < kCoefficients; ++k) {
             const int n = kCoefficients - k;

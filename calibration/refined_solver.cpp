@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <tuple>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Geometry>
@@ -37,6 +38,13 @@ Eigen::Matrix3d skew(const Eigen::Vector3d& v) {
     Eigen::Matrix3d m;
     m << 0, -v.z(), v.y(), v.z(), 0, -v.x(), -v.y(), v.x(), 0;
     return m;
+}
+
+// How far apart the two views of a joint land, each pulled along its own ray: what the
+// Huber weight judges, whichever rays this round's solve moves the joints along.
+Eigen::Vector3d apart(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
+                      const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB) {
+    return rA * (joint.a + bA * joint.a.normalized()) + tA - rB * (joint.b + bB * joint.b.normalized()) - tB;
 }
 
 }  // namespace
@@ -205,7 +213,7 @@ Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, c
     // information = L L^T, so W = L^T gives |W d|^2 = d^T information d.
     Eigen::Matrix3d w = llt.info() == Eigen::Success ? Eigen::Matrix3d(llt.matrixL().transpose())
                                                      : Eigen::Matrix3d(Eigen::Matrix3d::Identity() / options.jointSigma);
-    const Eigen::Vector3d d = rA * (joint.a + bA * joint.rayA) + tA - rB * (joint.b + bB * joint.rayB) - tB;
+    const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
     const double sigmas = (w * d).norm();
     if (sigmas > options.huberSigmas) w *= std::sqrt(options.huberSigmas / sigmas);
     return w;
@@ -222,10 +230,29 @@ Eigen::Matrix3d jointInformation(const JointPair& joint, const Eigen::Matrix3d& 
     const bool positive = information(0, 0) > 0 && information.topLeftCorner<2, 2>().determinant() > 0 &&
                           information.determinant() > 0;
     if (!positive) information = Eigen::Matrix3d::Identity() / (options.jointSigma * options.jointSigma);
-    const Eigen::Vector3d d = rA * (joint.a + bA * joint.rayA) + tA - rB * (joint.b + bB * joint.rayB) - tB;
+    const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
     const double sigmas = std::sqrt(std::max(0.0, d.dot(information * d)));
     if (sigmas > options.huberSigmas) information *= options.huberSigmas / sigmas;
     return information;
+}
+
+std::pair<Eigen::Vector3d, Eigen::Vector3d> biasRays(const JointPair& joint, const Eigen::Matrix3d& rA,
+                                                     const Eigen::Vector3d& tA, double bA, const Eigen::Matrix3d& rB,
+                                                     const Eigen::Vector3d& tB, double bB,
+                                                     const RefinedOptions& options) {
+    const double model = options.jointSigma * options.jointSigma;
+    Eigen::Matrix3d covarianceA = rA * joint.covarianceA * rA.transpose();
+    Eigen::Matrix3d covarianceB = rB * joint.covarianceB * rB.transpose();
+    covarianceA.diagonal().array() += model;
+    covarianceB.diagonal().array() += model;
+    const Eigen::LLT<Eigen::Matrix3d> llt(covarianceA + covarianceB);
+    if (llt.info() != Eigen::Success) return {joint.a.normalized(), joint.b.normalized()};
+    // Each view weighed by the other's covariance: pA + CA (CA + CB)^-1 (pB - pA).
+    const Eigen::Vector3d pA = rA * (joint.a + bA * joint.a.normalized()) + tA;
+    const Eigen::Vector3d agreed = pA - covarianceA * llt.solve(apart(joint, rA, tA, bA, rB, tB, bB));
+    const Eigen::Vector3d inA = rA.transpose() * (agreed - tA), inB = rB.transpose() * (agreed - tB);
+    if (!agreed.allFinite() || inA.norm() < 1e-6 || inB.norm() < 1e-6) return {joint.a.normalized(), joint.b.normalized()};
+    return {inA.normalized(), inB.normalized()};
 }
 
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
@@ -236,8 +263,11 @@ void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>
         const Eigen::Matrix3d rA = rotationOf(a.q), rB = rotationOf(b.q);
         const Eigen::Map<const Eigen::Vector3d> tA(a.t), tB(b.t);
         pair.weights.resize(pair.joints.size());
-        for (size_t j = 0; j < pair.joints.size(); ++j)
-            pair.weights[j] = jointWeight(pair.joints[j], rA, tA, a.bias, rB, tB, b.bias, options);
+        for (size_t j = 0; j < pair.joints.size(); ++j) {
+            JointPair& joint = pair.joints[j];
+            pair.weights[j] = jointWeight(joint, rA, tA, a.bias, rB, tB, b.bias, options);
+            std::tie(joint.rayA, joint.rayB) = biasRays(joint, rA, tA, a.bias, rB, tB, b.bias, options);
+        }
     }
 }
 

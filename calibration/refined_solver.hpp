@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <Eigen/Core>
@@ -42,7 +43,8 @@ struct RefinedOptions {
 // One joint seen by two cameras at the same instant, each in its own frame.
 struct JointPair {
     Eigen::Vector3d a = Eigen::Vector3d::Zero(), b = Eigen::Vector3d::Zero();
-    Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();  // where a depth bias moves them
+    // Where a depth bias moves them: through each joint as seen, until reweight() sets biasRays().
+    Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();
     Eigen::Matrix3d covarianceA = Eigen::Matrix3d::Zero(), covarianceB = Eigen::Matrix3d::Zero();
     int keypoint = -1;
 };
@@ -110,7 +112,17 @@ private:
     const FramePair& pair_;
 };
 
-// Sets every joint's weight at the given unknowns (see jointWeight).
+// The rays a depth bias moves the joint's two views along at the given unknowns: through the
+// point both views agree on, each weighed by its covariance. A ray through the joint as
+// one camera saw it carries that camera's pixel noise, which the residual carries too, and
+// a common pull (nearly a change of the room's scale) took up their product: the solve
+// shrank the room. The agreed point's error is uncorrelated with the views' difference.
+std::pair<Eigen::Vector3d, Eigen::Vector3d> biasRays(const JointPair& joint, const Eigen::Matrix3d& rA,
+                                                     const Eigen::Vector3d& tA, double bA, const Eigen::Matrix3d& rB,
+                                                     const Eigen::Vector3d& tB, double bB,
+                                                     const RefinedOptions& options);
+
+// Sets every joint's weight and bias rays at the given unknowns (see jointWeight, biasRays).
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options);
 
