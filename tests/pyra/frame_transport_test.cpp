@@ -103,4 +103,15 @@ TEST(FrameTransport, HostileBytesAreRefusedAndCounted) {
     EXPECT_EQ(sub->badFrames(), 1u);
 }
 
+// A test's port taken by another process fails it with "Address already in use".
+TEST(TestPorts, StayOutOfOutgoingConnectionsAndApartForNearbyProcesses) {
+    for (long pid = 1; pid < 70000; ++pid) {
+        ASSERT_LT(platform_test::testPort(15, pid) + 1, 30000) << pid;
+        for (long other = pid + 1; other < pid + 200; ++other)
+            ASSERT_TRUE(platform_test::testPort(15, pid) < platform_test::testPort(0, other) ||
+                        platform_test::testPort(15, other) < platform_test::testPort(0, pid))
+                << pid << " and " << other;
+    }
+}
+
 }  // namespace
