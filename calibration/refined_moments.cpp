@@ -43,12 +43,11 @@ void accumulate(const FramePair& pair, const CameraState& a, const CameraState& 
     Eigen::Matrix<double, 6, 1> g;
     for (const JointPair& joint : pair.joints) {
         if (weights == MomentWeights::Refined) {
-            const Eigen::Matrix3d G = jointInformation(joint, a.rotation, a.translation, a.bias, b.rotation,
-                                                       b.translation, b.bias, options);
+            const JointTerms terms =
+                jointTerms(joint, a.rotation, a.translation, a.bias, b.rotation, b.translation, b.bias, options);
+            const Eigen::Matrix3d& G = terms.information;
             g << G(0, 0), G(0, 1), G(0, 2), G(1, 1), G(1, 2), G(2, 2);
-            const auto [rayA, rayB] =
-                biasRays(joint, a.rotation, a.translation, a.bias, b.rotation, b.translation, b.bias, options);
-            c << joint.a, rayA, 1.0, -joint.b, -rayB, -1.0;
+            c << joint.a, terms.rayA, 1.0, -joint.b, -terms.rayB, -1.0;
         } else {
             g << 1, 0, 0, 1, 0, 1;  // biases are held: the rays do not matter
             c << joint.a, joint.rayA, 1.0, -joint.b, -joint.rayB, -1.0;

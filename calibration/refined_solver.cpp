@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <tuple>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Geometry>
@@ -219,40 +218,36 @@ Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, c
     return w;
 }
 
-Eigen::Matrix3d jointInformation(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA,
-                                 double bA, const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
-                                 const RefinedOptions& options) {
-    const double model = 2.0 * options.jointSigma * options.jointSigma;
-    Eigen::Matrix3d covariance = rA * joint.covarianceA * rA.transpose() + rB * joint.covarianceB * rB.transpose();
-    covariance.diagonal().array() += model;
-    Eigen::Matrix3d information = covariance.inverse();
-    // Positive definite, as the factor jointWeight() takes needs; its leading minors say so.
-    const bool positive = information(0, 0) > 0 && information.topLeftCorner<2, 2>().determinant() > 0 &&
-                          information.determinant() > 0;
-    if (!positive) information = Eigen::Matrix3d::Identity() / (options.jointSigma * options.jointSigma);
-    const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
-    const double sigmas = std::sqrt(std::max(0.0, d.dot(information * d)));
-    if (sigmas > options.huberSigmas) information *= options.huberSigmas / sigmas;
-    return information;
-}
-
-std::pair<Eigen::Vector3d, Eigen::Vector3d> biasRays(const JointPair& joint, const Eigen::Matrix3d& rA,
-                                                     const Eigen::Vector3d& tA, double bA, const Eigen::Matrix3d& rB,
-                                                     const Eigen::Vector3d& tB, double bB,
-                                                     const RefinedOptions& options) {
+JointTerms jointTerms(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
+                      const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB, const RefinedOptions& options) {
     const double model = options.jointSigma * options.jointSigma;
     Eigen::Matrix3d covarianceA = rA * joint.covarianceA * rA.transpose();
-    Eigen::Matrix3d covarianceB = rB * joint.covarianceB * rB.transpose();
     covarianceA.diagonal().array() += model;
-    covarianceB.diagonal().array() += model;
-    const Eigen::LLT<Eigen::Matrix3d> llt(covarianceA + covarianceB);
-    if (llt.info() != Eigen::Success) return {joint.a.normalized(), joint.b.normalized()};
-    // Each view weighed by the other's covariance: pA + CA (CA + CB)^-1 (pB - pA).
-    const Eigen::Vector3d pA = rA * (joint.a + bA * joint.a.normalized()) + tA;
-    const Eigen::Vector3d agreed = pA - covarianceA * llt.solve(apart(joint, rA, tA, bA, rB, tB, bB));
-    const Eigen::Vector3d inA = rA.transpose() * (agreed - tA), inB = rB.transpose() * (agreed - tB);
-    if (!agreed.allFinite() || inA.norm() < 1e-6 || inB.norm() < 1e-6) return {joint.a.normalized(), joint.b.normalized()};
-    return {inA.normalized(), inB.normalized()};
+    Eigen::Matrix3d covariance = covarianceA + rB * joint.covarianceB * rB.transpose();
+    covariance.diagonal().array() += model;
+    JointTerms terms;
+    terms.information = covariance.inverse();
+    terms.rayA = joint.a.normalized();
+    terms.rayB = joint.b.normalized();
+    const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
+    // Positive definite, as the factor jointWeight() takes needs; its leading minors say so.
+    const Eigen::Matrix3d& information = terms.information;
+    const bool positive = information(0, 0) > 0 && information.topLeftCorner<2, 2>().determinant() > 0 &&
+                          information.determinant() > 0;
+    if (positive) {
+        // Each view weighed by the other's covariance: pA + CA (CA + CB)^-1 (pB - pA).
+        const Eigen::Vector3d agreed = rA * (joint.a + bA * terms.rayA) + tA - covarianceA * (information * d);
+        const Eigen::Vector3d inA = rA.transpose() * (agreed - tA), inB = rB.transpose() * (agreed - tB);
+        if (agreed.allFinite() && inA.norm() >= 1e-6 && inB.norm() >= 1e-6) {
+            terms.rayA = inA.normalized();
+            terms.rayB = inB.normalized();
+        }
+    } else {
+        terms.information = Eigen::Matrix3d::Identity() / model;
+    }
+    const double sigmas = std::sqrt(std::max(0.0, d.dot(terms.information * d)));
+    if (sigmas > options.huberSigmas) terms.information *= options.huberSigmas / sigmas;
+    return terms;
 }
 
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
@@ -266,7 +261,9 @@ void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>
         for (size_t j = 0; j < pair.joints.size(); ++j) {
             JointPair& joint = pair.joints[j];
             pair.weights[j] = jointWeight(joint, rA, tA, a.bias, rB, tB, b.bias, options);
-            std::tie(joint.rayA, joint.rayB) = biasRays(joint, rA, tA, a.bias, rB, tB, b.bias, options);
+            const JointTerms terms = jointTerms(joint, rA, tA, a.bias, rB, tB, b.bias, options);
+            joint.rayA = terms.rayA;
+            joint.rayB = terms.rayB;
         }
     }
 }

@@ -4,7 +4,6 @@
 
 #include <map>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include <Eigen/Core>
@@ -43,7 +42,7 @@ struct RefinedOptions {
 // One joint seen by two cameras at the same instant, each in its own frame.
 struct JointPair {
     Eigen::Vector3d a = Eigen::Vector3d::Zero(), b = Eigen::Vector3d::Zero();
-    // Where a depth bias moves them: through each joint as seen, until reweight() sets biasRays().
+    // Where a depth bias moves them: through each joint as seen, until reweight() sets jointTerms()' rays.
     Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();
     Eigen::Matrix3d covarianceA = Eigen::Matrix3d::Zero(), covarianceB = Eigen::Matrix3d::Zero();
     int keypoint = -1;
@@ -95,11 +94,6 @@ Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, c
                             const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
                             const RefinedOptions& options);
 
-// W^T W of jointWeight(), without the factorisation: what the per-pair sums need.
-Eigen::Matrix3d jointInformation(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA,
-                                 double bA, const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
-                                 const RefinedOptions& options);
-
 // r = W ((RA (a + bA rayA) + tA) - (RB (b + bB rayB) + tB)) over every joint of one frame
 // pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians. The solves sum the
 // same residuals per camera pair; this literal form is what those sums are checked against.
@@ -112,17 +106,21 @@ private:
     const FramePair& pair_;
 };
 
-// The rays a depth bias moves the joint's two views along at the given unknowns: through the
-// point both views agree on, each weighed by its covariance. A ray through the joint as
-// one camera saw it carries that camera's pixel noise, which the residual carries too, and
-// a common pull (nearly a change of the room's scale) took up their product: the solve
-// shrank the room. The agreed point's error is uncorrelated with the views' difference.
-std::pair<Eigen::Vector3d, Eigen::Vector3d> biasRays(const JointPair& joint, const Eigen::Matrix3d& rA,
-                                                     const Eigen::Vector3d& tA, double bA, const Eigen::Matrix3d& rB,
-                                                     const Eigen::Vector3d& tB, double bB,
-                                                     const RefinedOptions& options);
+// What the per-pair sums need of one joint at the given unknowns: W^T W of jointWeight()
+// without the factorisation, and the rays a depth bias moves the two views along, through
+// the point both views agree on (each weighed by the other's covariance). A ray through
+// the joint as one camera saw it carries that camera's pixel noise, which the residual
+// carries too, and a pull common to every camera (nearly a change of the room's scale)
+// took up their product: the solve shrank the room. The agreed point's error is
+// uncorrelated with the views' difference.
+struct JointTerms {
+    Eigen::Matrix3d information = Eigen::Matrix3d::Zero();
+    Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();
+};
+JointTerms jointTerms(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
+                      const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB, const RefinedOptions& options);
 
-// Sets every joint's weight and bias rays at the given unknowns (see jointWeight, biasRays).
+// Sets every joint's weight and bias rays at the given unknowns (see jointWeight, jointTerms).
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options);
 
