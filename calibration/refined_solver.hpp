@@ -42,7 +42,7 @@ struct RefinedOptions {
 // One joint seen by two cameras at the same instant, each in its own frame.
 struct JointPair {
     Eigen::Vector3d a = Eigen::Vector3d::Zero(), b = Eigen::Vector3d::Zero();
-    // Where a depth bias moves them: through each joint as seen, until reweight() sets jointTerms()' rays.
+    // Where a depth bias moves them: through each joint as seen, until reweight() sets the agreed rays.
     Eigen::Vector3d rayA = Eigen::Vector3d::Zero(), rayB = Eigen::Vector3d::Zero();
     Eigen::Matrix3d covarianceA = Eigen::Matrix3d::Zero(), covarianceB = Eigen::Matrix3d::Zero();
     int keypoint = -1;
