@@ -202,22 +202,6 @@ bool FramePairCost::Evaluate(double const* const* parameters, double* residuals,
     return true;
 }
 
-Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
-                            const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
-                            const RefinedOptions& options) {
-    const double model = 2.0 * options.jointSigma * options.jointSigma;
-    Eigen::Matrix3d covariance = rA * joint.covarianceA * rA.transpose() + rB * joint.covarianceB * rB.transpose();
-    covariance.diagonal().array() += model;
-    const Eigen::LLT<Eigen::Matrix3d> llt(covariance.inverse());
-    // information = L L^T, so W = L^T gives |W d|^2 = d^T information d.
-    Eigen::Matrix3d w = llt.info() == Eigen::Success ? Eigen::Matrix3d(llt.matrixL().transpose())
-                                                     : Eigen::Matrix3d(Eigen::Matrix3d::Identity() / options.jointSigma);
-    const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
-    const double sigmas = (w * d).norm();
-    if (sigmas > options.huberSigmas) w *= std::sqrt(options.huberSigmas / sigmas);
-    return w;
-}
-
 JointTerms jointTerms(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
                       const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB, const RefinedOptions& options) {
     const double model = options.jointSigma * options.jointSigma;
@@ -230,7 +214,7 @@ JointTerms jointTerms(const JointPair& joint, const Eigen::Matrix3d& rA, const E
     terms.rayA = joint.a.normalized();
     terms.rayB = joint.b.normalized();
     const Eigen::Vector3d d = apart(joint, rA, tA, bA, rB, tB, bB);
-    // Positive definite, as the factor jointWeight() takes needs; its leading minors say so.
+    // Positive definite, as the factor reweight() takes needs; its leading minors say so.
     const Eigen::Matrix3d& information = terms.information;
     const bool positive = information(0, 0) > 0 && information.topLeftCorner<2, 2>().determinant() > 0 &&
                           information.determinant() > 0;
@@ -260,8 +244,9 @@ void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>
         pair.weights.resize(pair.joints.size());
         for (size_t j = 0; j < pair.joints.size(); ++j) {
             JointPair& joint = pair.joints[j];
-            pair.weights[j] = jointWeight(joint, rA, tA, a.bias, rB, tB, b.bias, options);
             const JointTerms terms = jointTerms(joint, rA, tA, a.bias, rB, tB, b.bias, options);
+            // information = L L^T, so W = L^T gives |W d|^2 = d^T information d.
+            pair.weights[j] = Eigen::LLT<Eigen::Matrix3d>(terms.information).matrixL().transpose();
             joint.rayA = terms.rayA;
             joint.rayB = terms.rayB;
         }

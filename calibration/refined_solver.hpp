@@ -88,12 +88,6 @@ struct CameraUnknowns {
     double bias = 0;  // metres toward the camera
 };
 
-// The weight W of one joint at the given unknowns: the information of the difference
-// (both covariances turned into the world) times the Huber weight of its residual.
-Eigen::Matrix3d jointWeight(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
-                            const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB,
-                            const RefinedOptions& options);
-
 // r = W ((RA (a + bA rayA) + tA) - (RB (b + bB rayB) + tB)) over every joint of one frame
 // pair; parameter blocks qA, tA, bA, qB, tB, bB, analytic Jacobians. The solves sum the
 // same residuals per camera pair; this literal form is what those sums are checked against.
@@ -106,8 +100,9 @@ private:
     const FramePair& pair_;
 };
 
-// What the per-pair sums need of one joint at the given unknowns: W^T W of jointWeight()
-// without the factorisation, and the rays a depth bias moves the two views along, through
+// What the solves need of one joint at the given unknowns: the information of the two
+// views' difference (both covariances turned into the world) times the Huber weight of
+// its residual, and the rays a depth bias moves the two views along, through
 // the point both views agree on (each weighed by the other's covariance). A ray through
 // the joint as one camera saw it carries that camera's pixel noise, which the residual
 // carries too, and a pull common to every camera (nearly a change of the room's scale)
@@ -120,7 +115,7 @@ struct JointTerms {
 JointTerms jointTerms(const JointPair& joint, const Eigen::Matrix3d& rA, const Eigen::Vector3d& tA, double bA,
                       const Eigen::Matrix3d& rB, const Eigen::Vector3d& tB, double bB, const RefinedOptions& options);
 
-// Sets every joint's weight and bias rays at the given unknowns (see jointWeight, jointTerms).
+// Sets every joint's weight W (W^T W = jointTerms' information) and bias rays at the given unknowns.
 void reweight(std::vector<FramePair>& pairs, const std::map<int, CameraUnknowns>& cameras,
               const RefinedOptions& options);
 
