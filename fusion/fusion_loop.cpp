@@ -53,6 +53,7 @@ void FusionWorker::steadyLoop() {
     while (running && !stopRequested) {
         const int64_t callStart = steadyNs();
         recordLoopTiming(callStart, previousStart, previousReturn);
+        ++setsRequested;
         const lum::FUSION_ERROR_CODE status = source().process();
         previousStart = callStart;
         previousReturn = steadyNs();
@@ -84,7 +85,9 @@ void FusionWorker::processFrame() {
     takeRequests();
     SharedData& shared = SharedData::getInstance();
 
-    if (modules.skeletonEnabled) {
+    // Bodies of a set fetched before the poses changed would be read through the old poses:
+    // room-frame bodies among camera-frame ones. Left unread, they come with the next set.
+    if (modules.skeletonEnabled && setsRequested >= firstPosedSet) {
         if (collecting) {
             collectSkeletons();
         } else {
@@ -335,7 +338,7 @@ int FusionWorker::startCalib(CALIB kind) {
     {
         std::lock_guard<std::mutex> positions(shared.positionMutex);
         for (const lum::CameraIdentifier& camera : subscribedCameras) {
-            source().updatePose(camera, reset);
+            movePose(camera, reset);
             shared.cameraPoses[camera].pose_data = lum::Transform::identity();
             shared.cameraTransforms[camera] = lum::Transform::identity();
         }
@@ -404,7 +407,7 @@ std::vector<lum::FusionConfiguration> FusionWorker::placedConfigurations() {
     savedSerials.clear();
     for (const lum::FusionConfiguration& configuration : calibrated) savedSerials.push_back(configuration.serial_number);
     for (const auto& [serial, transform] : calibration.state.calibratedPoses)
-        source().updatePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
+        movePose(lum::CameraIdentifier(static_cast<uint64_t>(serial)), transform);
     restartDriftWatch();
     return calibrated;
 }
@@ -475,6 +478,11 @@ void FusionWorker::resetCalibration() {
 }
 
 void FusionWorker::setCalibrationModel(SkeletonMulticameraCalibration::Model model) { chosenModel = model; }
+
+void FusionWorker::movePose(lum::CameraIdentifier camera, const lum::Transform& pose) {
+    firstPosedSet = setsRequested + 1;
+    source().updatePose(camera, pose);
+}
 
 void FusionWorker::setCalibrationFrames(calib::FrameStore frames) {
     std::lock_guard<std::mutex> lock(workerMutex);

@@ -198,6 +198,9 @@ private:
     void resetCalibration();
     void recordLoopTiming(int64_t callStartNs, int64_t previousCallStartNs, int64_t previousReturnNs);
     BodySource& source();
+    // Gives the cameras new poses, under workerMutex. A source applies them as its next
+    // set starts, so a set already fetched still reads the bodies through the old ones.
+    void movePose(lum::CameraIdentifier camera, const lum::Transform& pose);
     // Tells the clock the newest capture among the cameras' bodies just retrieved.
     void noteCaptures();
     // Every subscribed camera's bodies of this set, through the capture gate.
@@ -227,6 +230,10 @@ private:
     int64_t runLengthNs = 0;
     int64_t runStartNs = -1;  // pipeline time of the first set after the length was set
     bool awaitSolve = false;  // worker thread only
+    // Sets the loop asked the source for, counted as each request starts; a set numbered
+    // below firstPosedSet (under workerMutex) was fetched before the last pose change.
+    std::atomic<uint64_t> setsRequested{0};
+    uint64_t firstPosedSet = 0;
     bool runOver = false;     // worker thread only
     std::atomic<bool> calibrateOnStart{false};
     lum::BodyTrackingFusionRuntimeParameters bodyRuntimeParameters{-1, -1};

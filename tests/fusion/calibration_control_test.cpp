@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
+#include <optional>
 
 #include "fusion/fusion_worker.hpp"
 #include "pyra_sim/scene.hpp"
 #include "tests/fusion/fusion_support.hpp"
+#include "tests/fusion/tampered_walk.hpp"
 #include "testing/isolated_process.hpp"
 #include "testing/pose_error.hpp"
 #include "testing/synthetic_store.hpp"
@@ -163,4 +166,42 @@ TEST(CalibrationControl, SolvesBesideTheLiveLoopAndSavesTheLatestResult) {
     std::map<int, lum::Transform> written;
     for (const lum::FusionConfiguration& configuration : saved) written[configuration.serial_number] = configuration.pose;
     expectRelativePoses(truth, written);
+}
+
+// A calibration started from another thread while the loop holds a set fetched through the
+// room file's poses: bodies read from that set are in the room frame, not the cameras'.
+TEST(CalibrationControl, ASetFetchedBeforeTheStartIsNotTakenThroughTheOldPoses) {
+    const pyra_sim::Scene scene = pyra_sim::defaultScene();
+    std::vector<lum::FusionConfiguration> room;
+    for (const pyra_sim::CameraSettings& camera : scene.cameras) {
+        lum::FusionConfiguration configuration;
+        configuration.serial_number = camera.serial;
+        configuration.pose = camera.pose;
+        room.push_back(configuration);
+    }
+    std::mutex mutex;
+    std::optional<CalibrationReport> last;
+    std::atomic<bool> ended{false}, started{false};
+    FusionWorker worker(std::make_shared<fusiontest::RecordingPrompts>());
+    QObject::connect(&worker, &FusionWorker::runEnded, [&] { ended = true; });
+    QObject::connect(&worker, &FusionWorker::calibrationReport, [&](const CalibrationReport& report) {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (report.usable) last = report;
+    });
+    // Called inside the source's process(): after it applied the poses of this set, before
+    // the loop reads the set, as a click can land on a live room.
+    const tampered::Tamper startOnce = [&](int, double seconds, lum::Bodies&) {
+        if (seconds > 2.0 && !started.exchange(true)) {
+            EXPECT_EQ(worker.startCalib(SKELETON_CALIB), 0);
+        }
+    };
+    worker.setRunLength(int64_t(14e9));
+    worker.setupReplay(std::make_unique<tampered::WalkSource>(scene, 15.0, startOnce), room);
+    ASSERT_TRUE(fusiontest::waitFor([&] { return ended.load(); }, fusiontest::kNoTimeout));
+    worker.close();
+
+    std::lock_guard<std::mutex> lock(mutex);
+    ASSERT_TRUE(last);
+    // This walk leaves 70-110 mm of residual; one room-frame frame among the rest, a metre.
+    for (const CameraCalibrationReport& camera : last->cameras) EXPECT_LT(camera.rmsAfterMm, 300.0) << camera.camera;
 }
