@@ -34,26 +34,15 @@ struct HalfSolve {
 // ten times the half's solve. Counted as the report counts, so the figures are the same.
 CalibrationReport refinedResiduals(const SkeletonMulticameraCalibration& half) {
     const calib::SolveRecord& record = *half.state.lastSolve;
-    struct Placed {
-        Eigen::Matrix3d rotation;
-        Eigen::Vector3d translation;
-        double bias = 0;
-    };
-    std::map<int, Placed> placed;
-    for (const auto& [camera, pose] : record.after) {
-        auto bias = record.biasesAfter.find(camera);
-        placed[camera] = {Eigen::Map<const Eigen::Quaterniond>(pose.q).toRotationMatrix(),
-                          Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]),
-                          bias == record.biasesAfter.end() ? 0.0 : bias->second};
-    }
+    const std::map<int, calib::PlacedCamera> placed = calib::placedCameras(record.after, record.biasesAfter);
     std::map<int, double> sums;
     std::map<int, int> counts;
     for (const auto& chunk : half.frames.chunks()) {
         for (const calib::FramePair& pair : chunk->framePairs()) {
             auto a = placed.find(pair.cameraA), b = placed.find(pair.cameraB);
             if (a == placed.end() || b == placed.end()) continue;
-            const Placed& pa = a->second;
-            const Placed& pb = b->second;
+            const calib::PlacedCamera& pa = a->second;
+            const calib::PlacedCamera& pb = b->second;
             for (const calib::JointPair& joint : pair.joints) {
                 const double squared = (pa.rotation * (joint.a + pa.bias * joint.rayA) + pa.translation -
                                         pb.rotation * (joint.b + pb.bias * joint.rayB) - pb.translation)
@@ -111,8 +100,9 @@ double positionApartMm(const SkeletonMulticameraCalibration::PoseStruct& a,
     return 1000.0 * (Eigen::Vector3d(a.t[0], a.t[1], a.t[2]) - Eigen::Vector3d(b.t[0], b.t[1], b.t[2])).norm();
 }
 
-double combined(double scale, double formal, double halvesApart, double bias) {
-    const double random = 2.0 * formal * formal + 0.25 * halvesApart * halvesApart;
+// `formalShare` 2 where the covariance counted each joint twice (Classic, both ways round).
+double combined(double scale, double formalShare, double formal, double halvesApart, double bias) {
+    const double random = formalShare * formal * formal + 0.25 * halvesApart * halvesApart;
     return std::sqrt(scale * scale * random + bias * bias);
 }
 
@@ -133,19 +123,29 @@ struct ViewGeometry {
 
 std::map<int, ViewGeometry> viewGeometry(const calib::SolveRecord& record) {
     std::map<int, ViewGeometry> geometry;
-    for (const calib::CameraPairData& pair : *record.pairs) {
-        ViewGeometry& g = geometry[pair.cameraA];
+    auto add = [](ViewGeometry& g, const Eigen::Vector3d& joint) {
+        if (joint.z() >= 0) return;  // behind the camera: not a measurement of its view
         ViewCoverage& view = g.coverage;
-        for (const calib::KeypointPair& p : pair.pairs) {
-            if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
-            if (p.a.z() >= 0) continue;  // behind the camera: not a measurement of its view
-            ++view.keypoints;
-            (p.a.x() < 0 ? view.left : view.right) += 1;
-            (p.a.y() > 0 ? view.top : view.bottom) += 1;
-            g.direction += p.a.normalized();
-            g.depthMm += 1000.0 * p.a.norm();
+        ++view.keypoints;
+        (joint.x() < 0 ? view.left : view.right) += 1;
+        (joint.y() > 0 ? view.top : view.bottom) += 1;
+        g.direction += joint.normalized();
+        g.depthMm += 1000.0 * joint.norm();
+    };
+    int lastA = -1, lastB = -1;
+    ViewGeometry *gA = nullptr, *gB = nullptr;
+    calib::forEachSolvedJoint(record, [&](int cameraA, int cameraB, const Eigen::Vector3d& a, const Eigen::Vector3d& b,
+                                          int keypoint, int sides) {
+        if (cameraA != lastA || cameraB != lastB) {
+            gA = &geometry[cameraA];
+            gB = &geometry[cameraB];
+            lastA = cameraA;
+            lastB = cameraB;
         }
-    }
+        if (keypoint == record.rewrittenJoints[0] || keypoint == record.rewrittenJoints[1]) return;
+        add(*gA, a);
+        if (sides == 2) add(*gB, b);
+    });
     for (auto& [camera, g] : geometry) {
         ViewCoverage& view = g.coverage;
         if (view.keypoints == 0) continue;
@@ -171,35 +171,39 @@ std::map<int, double> pullSpreadMm(const calib::SolveRecord& record) {
         double n = 0, sum = 0, squares = 0;
     };
     std::map<int, std::map<int, Sums>> perKeypoint;  // camera -> keypoint -> residual along its rays
-    auto pose = [&](int camera, Eigen::Matrix3d& r, Eigen::Vector3d& t) {
-        auto found = record.after.find(camera);
-        if (found == record.after.end()) return false;
-        r = Eigen::Map<const Eigen::Quaterniond>(found->second.q).normalized().toRotationMatrix();
-        t = Eigen::Vector3d(found->second.t[0], found->second.t[1], found->second.t[2]);
-        return true;
+    const std::map<int, calib::PlacedCamera> placed = calib::placedCameras(record.after, record.biasesAfter);
+    // Seen from B the joints are just as far apart, the other way round.
+    auto add = [](std::map<int, Sums>& sums, int keypoint, const Eigen::Vector3d& ray, const Eigen::Vector3d& apart) {
+        const double along = ray.dot(apart);
+        if (!std::isfinite(along) || std::abs(along) > kSpreadResidualCap) return;  // a mismatch, not a pull
+        Sums& s = sums[keypoint];
+        s.n += 1;
+        s.sum += along;
+        s.squares += along * along;
     };
-    auto bias = [&](int camera) {
-        auto found = record.biasesAfter.find(camera);
-        return found == record.biasesAfter.end() ? 0.0 : found->second;
-    };
-    for (const calib::CameraPairData& pair : *record.pairs) {
-        Eigen::Matrix3d rA, rB;
-        Eigen::Vector3d tA, tB;
-        if (!pose(pair.cameraA, rA, tA) || !pose(pair.cameraB, rB, tB)) continue;
-        const double bA = bias(pair.cameraA), bB = bias(pair.cameraB);
-        std::map<int, Sums>& sums = perKeypoint[pair.cameraA];
-        for (const calib::KeypointPair& p : pair.pairs) {
-            if (p.keypoint == record.rewrittenJoints[0] || p.keypoint == record.rewrittenJoints[1]) continue;
-            const Eigen::Vector3d rayA = p.a.normalized(), rayB = p.b.normalized();
-            const Eigen::Vector3d apart = (rA * (p.a + bA * rayA) + tA) - (rB * (p.b + bB * rayB) + tB);
-            const double along = (rA * rayA).dot(apart);
-            if (!std::isfinite(along) || std::abs(along) > kSpreadResidualCap) continue;  // a mismatch, not a pull
-            Sums& s = sums[p.keypoint];
-            s.n += 1;
-            s.sum += along;
-            s.squares += along * along;
+    int lastA = -1, lastB = -1;
+    const calib::PlacedCamera *pa = nullptr, *pb = nullptr;
+    std::map<int, Sums>* sumsA = nullptr;
+    std::map<int, Sums>* sumsB = nullptr;
+    calib::forEachSolvedJoint(record, [&](int cameraA, int cameraB, const Eigen::Vector3d& a, const Eigen::Vector3d& b,
+                                          int keypoint, int sides) {
+        if (keypoint == record.rewrittenJoints[0] || keypoint == record.rewrittenJoints[1]) return;
+        if (cameraA != lastA || cameraB != lastB) {
+            auto foundA = placed.find(cameraA), foundB = placed.find(cameraB);
+            pa = foundA == placed.end() ? nullptr : &foundA->second;
+            pb = foundB == placed.end() ? nullptr : &foundB->second;
+            sumsA = &perKeypoint[cameraA];
+            sumsB = &perKeypoint[cameraB];
+            lastA = cameraA;
+            lastB = cameraB;
         }
-    }
+        if (!pa || !pb) return;
+        const Eigen::Vector3d rayA = pa->rotation * a.normalized(), rayB = pb->rotation * b.normalized();
+        const Eigen::Vector3d apart = (pa->rotation * a + pa->bias * rayA + pa->translation) -
+                                      (pb->rotation * b + pb->bias * rayB + pb->translation);
+        add(*sumsA, keypoint, rayA, apart);
+        if (sides == 2) add(*sumsB, keypoint, rayB, -apart);
+    });
     std::map<int, double> spread;
     for (const auto& [camera, keypoints] : perKeypoint) {
         double n = 0, sum = 0;
@@ -224,7 +228,7 @@ std::map<int, double> pullSpreadMm(const calib::SolveRecord& record) {
 }  // namespace
 
 void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, CalibrationReport& report) {
-    if (!report.usable || !solved.state.lastSolve || !solved.state.lastSolve->pairs) return;
+    if (!report.usable || !solved.state.lastSolve || !calib::hasSolvedPairs(*solved.state.lastSolve)) return;
     const std::map<int, ViewGeometry> geometry = viewGeometry(*solved.state.lastSolve);
     const std::map<int, double> spread = estimatesPull(solved) ? pullSpreadMm(*solved.state.lastSolve) : std::map<int, double>();
     for (CameraCalibrationReport& camera : report.cameras) {
@@ -235,6 +239,7 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
     HalfSolve earlier, later;
     if (!solveHalf(solved, false, earlier) || !solveHalf(solved, true, later)) return;
     const int reference = solved.state.lastSolve->reference;
+    const double formalShare = solved.state.lastSolve->pairs ? 2.0 : 1.0;
     const ViewGeometry referenceView = geometry.count(reference) ? geometry.at(reference) : ViewGeometry();
     for (CameraCalibrationReport& camera : report.cameras) {
         const CameraCalibrationReport* first = findCamera(earlier.report, camera.camera);
@@ -267,8 +272,8 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
         const double biasShiftMm = std::hypot(pull * lookApart, kPullSpreadShift * spreadMm);
         const double biasTurnDeg = std::hypot(kBiasTurnShare * pull * lookApart / depthMm,
                                               kPullSpreadTurn * spreadMm / depthMm) * 180.0 / M_PI;
-        u.rotationSigmaDeg = combined(scale, camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
-        u.positionSigmaMm = combined(scale, camera.translationSigmaMm, halvesMm, biasShiftMm);
+        u.rotationSigmaDeg = combined(scale, formalShare, camera.rotationSigmaDeg, u.halvesApartDeg, biasTurnDeg);
+        u.positionSigmaMm = combined(scale, formalShare, camera.translationSigmaMm, halvesMm, biasShiftMm);
         u.trackerBiasMm = biasShiftMm;
     }
 

@@ -124,32 +124,6 @@ const FramePair& FramePairList::operator[](size_t i) const {
     return (*parts_[p])[i - starts_[p]];
 }
 
-std::vector<CameraPairData> toCameraPairs(const FramePairList& pairs) {
-    std::map<std::pair<int, int>, CameraPairData> byPair;
-    std::map<std::pair<int, int>, size_t> sizes;
-    for (size_t i = 0; i < pairs.size(); ++i) sizes[{pairs[i].cameraA, pairs[i].cameraB}] += pairs[i].joints.size();
-    for (const auto& [key, size] : sizes) {
-        byPair[key].pairs.reserve(size);
-        byPair[{key.second, key.first}].pairs.reserve(size);
-    }
-    for (size_t i = 0; i < pairs.size(); ++i) {
-        const FramePair& pair = pairs[i];
-        for (const bool swap : {false, true}) {
-            CameraPairData& data = byPair[swap ? std::make_pair(pair.cameraB, pair.cameraA)
-                                               : std::make_pair(pair.cameraA, pair.cameraB)];
-            data.cameraA = swap ? pair.cameraB : pair.cameraA;
-            data.cameraB = swap ? pair.cameraA : pair.cameraB;
-            ++data.frames;
-            for (const JointPair& joint : pair.joints)
-                data.pairs.push_back({swap ? joint.b : joint.a, swap ? joint.a : joint.b, Eigen::Matrix3d::Identity(),
-                                      Eigen::Matrix3d::Identity(), joint.keypoint});
-        }
-    }
-    std::vector<CameraPairData> out;
-    for (auto& [key, data] : byPair) out.push_back(std::move(data));
-    return out;
-}
-
 FramePairCost::FramePairCost(const FramePair& pair) : pair_(pair) {
     set_num_residuals(int(3 * pair.joints.size()));
     *mutable_parameter_block_sizes() = {4, 3, 1, 4, 3, 1};

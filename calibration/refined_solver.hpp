@@ -79,8 +79,6 @@ private:
 // covariance are left out and counted.
 std::vector<FramePair> collectFramePairs(const Frames& frames, int* dropped = nullptr);
 
-// The same joints as unweighted keypoint pairs of the classic problem (both orders).
-std::vector<CameraPairData> toCameraPairs(const FramePairList& pairs);
 
 struct CameraUnknowns {
     double q[4] = {0, 0, 0, 1};  // x, y, z, w: camera to reference

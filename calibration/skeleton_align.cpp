@@ -157,12 +157,6 @@ std::vector<calib::MomentPart> momentParts(const calib::FrameStore::Chunks& chun
     return parts;
 }
 
-// The report reads the solve's pairs both ways round; gathered only if one is made.
-calib::KeypointPairsOnDemand pairsOnDemand(const calib::FrameStore::Chunks& chunks, const std::set<int>& posed) {
-    return calib::KeypointPairsOnDemand(
-        [chunks, posed] { return calib::toCameraPairs(solvablePairs(chunks, posed, nullptr)); });
-}
-
 }  // namespace
 
 bool SkeletonMulticameraCalibration::calibrate() {
@@ -227,7 +221,7 @@ bool SkeletonMulticameraCalibration::calibrateClassic() {
     }
     auto pairs = std::make_shared<const std::vector<calib::CameraPairData>>(std::move(collected));
 
-    record->pairs = calib::KeypointPairsOnDemand(pairs);
+    record->pairs = pairs;
     record->before = poses;
     record->reference = referenceCamera;
     record->robust = robust;
@@ -336,7 +330,6 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     std::set<int> posed;
     for (const auto& [camera, pose] : poses) posed.insert(camera);
     const calib::FramePairList framePairs = solvablePairs(frames.chunks(), posed, &state.keypointsLeftOut);
-    const calib::KeypointPairsOnDemand pairs = pairsOnDemand(frames.chunks(), posed);
     size_t joints = 0;
     for (size_t i = 0; i < framePairs.size(); ++i) joints += framePairs[i].joints.size();
     // The same minimum as the classic model, which counts each joint pair twice.
@@ -344,7 +337,8 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
         // Cameras kept out until their pose is agreed still say why.
         if (!consensus.waiting.empty()) {
             auto waiting = std::make_shared<calib::SolveRecord>();
-            waiting->pairs = pairs;
+            waiting->chunks = frames.chunks();
+            waiting->posed = posed;
             waiting->frames = int(frames.size());
             waiting->unplaced = consensus.waiting;
             state.lastSolve = waiting;
@@ -356,7 +350,8 @@ bool SkeletonMulticameraCalibration::calibrateRefined() {
     for (size_t i = 0; i < framePairs.size(); ++i) placed.insert({framePairs[i].cameraA, framePairs[i].cameraB});
     const int reference = *placed.begin();
     auto record = std::make_shared<calib::SolveRecord>();
-    record->pairs = pairs;
+    record->chunks = frames.chunks();
+    record->posed = posed;
     record->before = poses;
     record->reference = reference;
     record->robust = true;

@@ -1,27 +1,49 @@
-// The keypoint pairs of a solve, gathered once and only when a report asks for them.
-// Shared between copies of the record, so a solve's copy on another thread gathers them once.
+// A solve's cameras as it left them, and counts over its joints, read from the keypoint
+// pairs (Classic) or the chunks' frame pairs (Refined), so reports agree across models.
 #include "calibration/solve_record.hpp"
+
+#include <Eigen/Geometry>
 
 namespace calib {
 
-KeypointPairsOnDemand::KeypointPairsOnDemand(Pairs ready) : shared_(std::make_shared<Shared>()) {
-    shared_->pairs = std::move(ready);
-    std::call_once(shared_->once, [] {});
+std::map<int, PlacedCamera> placedCameras(const std::map<int, PoseStruct>& poses, const std::map<int, double>& biases) {
+    std::map<int, PlacedCamera> placed;
+    for (const auto& [camera, pose] : poses) {
+        auto bias = biases.find(camera);
+        placed[camera] = {Eigen::Map<const Eigen::Quaterniond>(pose.q).normalized().toRotationMatrix(),
+                          Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]), bias == biases.end() ? 0.0 : bias->second};
+    }
+    return placed;
 }
 
-KeypointPairsOnDemand::KeypointPairsOnDemand(std::function<std::vector<CameraPairData>()> gather)
-    : shared_(std::make_shared<Shared>()) {
-    shared_->gather = std::move(gather);
+SolvedPairCounts countSolvedPairs(const SolveRecord& record) {
+    SolvedPairCounts counts;
+    if (record.pairs) {
+        for (const CameraPairData& pair : *record.pairs) {
+            counts.frames[{pair.cameraA, pair.cameraB}] = pair.frames;
+            counts.blocks[pair.cameraA] += int(pair.pairs.size());
+            counts.blocks[pair.cameraB] += int(pair.pairs.size());
+        }
+        return counts;
+    }
+    for (const auto& chunk : record.chunks) {
+        for (const FramePair& pair : chunk->framePairs()) {
+            if (!record.posed.count(pair.cameraA) || !record.posed.count(pair.cameraB)) continue;
+            ++counts.frames[{pair.cameraA, pair.cameraB}];
+            ++counts.frames[{pair.cameraB, pair.cameraA}];
+            counts.blocks[pair.cameraA] += 2 * int(pair.joints.size());
+            counts.blocks[pair.cameraB] += 2 * int(pair.joints.size());
+        }
+    }
+    return counts;
 }
 
-const KeypointPairsOnDemand::Pairs& KeypointPairsOnDemand::get() const {
-    static const Pairs none;
-    if (!shared_) return none;
-    std::call_once(shared_->once, [this] {
-        shared_->pairs = std::make_shared<const std::vector<CameraPairData>>(shared_->gather());
-        shared_->gather = nullptr;  // lets go of the frames it read
-    });
-    return shared_->pairs;
+bool hasSolvedPairs(const SolveRecord& record) {
+    if (record.pairs) return true;
+    for (const auto& chunk : record.chunks)
+        for (const FramePair& pair : chunk->framePairs())
+            if (record.posed.count(pair.cameraA) && record.posed.count(pair.cameraB) && !pair.joints.empty()) return true;
+    return false;
 }
 
 }  // namespace calib

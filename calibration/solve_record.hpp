@@ -3,43 +3,25 @@
 #pragma once
 
 #include <array>
-#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "calibration/frame_store.hpp"
 #include "calibration/keypoint_pairs.hpp"
 #include "calibration/solver_state.hpp"
 
 namespace calib {
 
-// Every keypoint pair of a solve by ordered camera pair, gathered the first time anyone
-// asks (from any thread): the reports need them, the solves of the Refined model do not.
-// Copies share one gathering.
-class KeypointPairsOnDemand {
-public:
-    using Pairs = std::shared_ptr<const std::vector<CameraPairData>>;
-    KeypointPairsOnDemand() = default;
-    explicit KeypointPairsOnDemand(Pairs ready);
-    explicit KeypointPairsOnDemand(std::function<std::vector<CameraPairData>()> gather);
-    const Pairs& get() const;
-    const std::vector<CameraPairData>& operator*() const { return *get(); }
-    const std::vector<CameraPairData>* operator->() const { return get().get(); }
-    explicit operator bool() const { return shared_ != nullptr; }
-
-private:
-    struct Shared {
-        std::once_flag once;
-        std::function<std::vector<CameraPairData>()> gather;
-        Pairs pairs;
-    };
-    std::shared_ptr<Shared> shared_;
-};
-
 struct SolveRecord {
-    KeypointPairsOnDemand pairs;
+    // Classic: every keypoint pair by ordered camera pair. Refined: none; its joints are read
+    // where its solve read them, each once, in the chunks' frame pairs between the cameras
+    // that had a pose, so that no report gathers (and allocates) every pair both ways round.
+    std::shared_ptr<const std::vector<CameraPairData>> pairs;
+    FrameStore::Chunks chunks;
+    std::set<int> posed;
     std::map<int, PoseStruct> before;
     std::map<int, PoseStruct> after;
     // Refined only: each camera's depth bias at the start and at the end of the solve, so
@@ -60,5 +42,54 @@ struct SolveRecord {
     double floorRefusedSpanM = -1;  // the planted feet's spread that refused it, metres
     std::map<int, std::string> unplaced;  // cameras the solve left out until their pose is agreed, and why
 };
+
+// A camera as a solve left it: rotation and translation into the reference's frame, and
+// its depth pull (0 where the model has none).
+struct PlacedCamera {
+    Eigen::Matrix3d rotation;
+    Eigen::Vector3d translation;
+    double bias = 0;
+};
+std::map<int, PlacedCamera> placedCameras(const std::map<int, PoseStruct>& poses, const std::map<int, double>& biases);
+
+// Calls visit(cameraA, cameraB, a, b, keypoint, sides) for every joint the solve used:
+// `sides` 2 where one call stands for both cameras' sides of the joint (Refined), 1 where
+// each side comes as a call of its own (Classic's pairs both ways round).
+template <class Visit>
+void forEachSolvedJoint(const SolveRecord& record, Visit&& visit) {
+    if (record.pairs) {
+        for (const CameraPairData& pair : *record.pairs)
+            for (const KeypointPair& p : pair.pairs) visit(pair.cameraA, pair.cameraB, p.a, p.b, p.keypoint, 1);
+        return;
+    }
+    for (const auto& chunk : record.chunks) {
+        for (const FramePair& pair : chunk->framePairs()) {
+            if (!record.posed.count(pair.cameraA) || !record.posed.count(pair.cameraB)) continue;
+            for (const JointPair& joint : pair.joints) visit(pair.cameraA, pair.cameraB, joint.a, joint.b, joint.keypoint, 2);
+        }
+    }
+}
+
+// Calls visit(cameraA, cameraB, a, b, keypoint) for every joint the solve used, once from
+// each camera's side.
+template <class Visit>
+void forEachSolvedPair(const SolveRecord& record, Visit&& visit) {
+    forEachSolvedJoint(record, [&visit](int cameraA, int cameraB, const Eigen::Vector3d& a, const Eigen::Vector3d& b,
+                                        int keypoint, int sides) {
+        visit(cameraA, cameraB, a, b, keypoint);
+        if (sides == 2) visit(cameraB, cameraA, b, a, keypoint);
+    });
+}
+
+// Frames that gave each ordered camera pair a joint, and the joints each camera was paired
+// in (counted from both sides, as the solve's residual blocks are).
+struct SolvedPairCounts {
+    std::map<std::pair<int, int>, int> frames;
+    std::map<int, int> blocks;
+};
+SolvedPairCounts countSolvedPairs(const SolveRecord& record);
+
+// True when the record holds any joints to report on.
+bool hasSolvedPairs(const SolveRecord& record);
 
 }  // namespace calib

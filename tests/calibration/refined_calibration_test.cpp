@@ -11,6 +11,7 @@
 #include "calibration/refined_moments.hpp"
 #include "calibration/refined_solver.hpp"
 #include "calibration/skeleton_align.hpp"
+#include "calibration/solve_record.hpp"
 #include "testing/synthetic_room.hpp"
 
 namespace {
@@ -330,4 +331,82 @@ TEST(RefinedCalibration, NoiseNeitherShrinksThePullNorTheRoom) {
     }
     EXPECT_NEAR(meanBias, 0.03, 0.0015);
     EXPECT_NEAR(meanScale, 0.0, 3.5e-4);
+}
+
+// The report reads a Refined solve's joints where the solve keeps them, each once, and its
+// covariance from the chunks' kept sums: the figures of the literal problem, a block of
+// plain distances per frame pair, with the solve's poses and the biases held.
+TEST(RefinedReport, CovarianceAndResidualsAreThoseOfEveryJointReadOnce) {
+    synthetic::Options options = exact(4, 0.03);
+    options.noise = 3.0;
+    synthetic::Room room(options);
+    Calibration calibration = refinedCalibration();
+    room.feed(calibration, 80);
+    ASSERT_TRUE(calibration.calibrate());
+    const CalibrationReport report = makeCalibrationReport(calibration);
+    const calib::SolveRecord& record = *calibration.state.lastSolve;
+
+    std::vector<calib::FramePair> pairs =
+        calib::collectFramePairs(calib::Frames(calibration.frames.begin(), calibration.frames.end()));
+    std::vector<calib::CameraUnknowns> blocks;
+    for (const auto& [camera, pose] : record.after) {
+        blocks.emplace_back();
+        std::copy(pose.q, pose.q + 4, blocks.back().q);
+        std::copy(pose.t, pose.t + 3, blocks.back().t);
+    }
+    std::map<int, calib::CameraUnknowns*> cameras;
+    size_t next = 0;
+    for (const auto& [camera, pose] : record.after) cameras[camera] = &blocks[next++];
+    ceres::Problem problem;
+    std::map<int, double> squared, count;
+    double joints = 0;
+    for (calib::FramePair& pair : pairs) {
+        pair.weights.assign(pair.joints.size(), Eigen::Matrix3d::Identity());
+        calib::CameraUnknowns& a = *cameras.at(pair.cameraA);
+        calib::CameraUnknowns& b = *cameras.at(pair.cameraB);
+        problem.AddResidualBlock(new calib::FramePairCost(pair), nullptr, a.q, a.t, &a.bias, b.q, b.t, &b.bias);
+        joints += double(pair.joints.size());
+        for (const calib::JointPair& joint : pair.joints) {
+            auto placed = [&](int camera, const Eigen::Vector3d& p) {
+                const calib::PoseStruct& pose = record.after.at(camera);
+                return Eigen::Vector3d(Eigen::Map<const Eigen::Quaterniond>(pose.q) *
+                                           (p + record.biasesAfter.at(camera) * p.normalized()) +
+                                       Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]));
+            };
+            const double d = (placed(pair.cameraA, joint.a) - placed(pair.cameraB, joint.b)).squaredNorm();
+            for (int camera : {pair.cameraA, pair.cameraB}) squared[camera] += d, count[camera] += 1;
+        }
+    }
+    std::vector<std::pair<const double*, const double*>> wanted;
+    for (auto& [camera, u] : cameras) {
+        problem.SetManifold(u->q, new ceres::EigenQuaternionManifold);
+        problem.SetParameterBlockConstant(&u->bias);
+        if (camera == record.reference) {
+            problem.SetParameterBlockConstant(u->q);
+            problem.SetParameterBlockConstant(u->t);
+        } else {
+            wanted.push_back({u->q, u->q});
+            wanted.push_back({u->t, u->t});
+        }
+    }
+    double cost = 0;
+    ASSERT_TRUE(problem.Evaluate(ceres::Problem::EvaluateOptions(), &cost, nullptr, nullptr, nullptr));
+    ceres::Covariance covariance(ceres::Covariance::Options{});
+    ASSERT_TRUE(covariance.Compute(wanted, &problem));
+    const double variance = 2.0 * cost / (3.0 * joints - 6.0 * double(cameras.size() - 1));
+
+    ASSERT_EQ(report.cameras.size(), cameras.size());
+    for (const CameraCalibrationReport& camera : report.cameras) {
+        EXPECT_EQ(camera.residualBlocks, 2 * int(count[camera.camera])) << camera.camera;
+        EXPECT_NEAR(camera.rmsAfterMm, 1000.0 * std::sqrt(squared[camera.camera] / count[camera.camera]), 1e-9);
+        if (camera.camera == record.reference) continue;
+        Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
+        covariance.GetCovarianceBlockInTangentSpace(cameras[camera.camera]->q, cameras[camera.camera]->q, r.data());
+        covariance.GetCovarianceBlockInTangentSpace(cameras[camera.camera]->t, cameras[camera.camera]->t, t.data());
+        const double rotationDeg = 2.0 * std::sqrt(variance * r.trace()) * 180.0 / M_PI;
+        const double translationMm = 1000.0 * std::sqrt(variance * t.trace());
+        EXPECT_NEAR(camera.rotationSigmaDeg, rotationDeg, 1e-6 * rotationDeg) << camera.camera;
+        EXPECT_NEAR(camera.translationSigmaMm, translationMm, 1e-6 * translationMm) << camera.camera;
+        EXPECT_GT(translationMm, 0.05);
+    }
 }
