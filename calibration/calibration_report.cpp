@@ -69,6 +69,33 @@ ResidualSums squaredResiduals(const calib::SolveRecord& record) {
     return sums;
 }
 
+// Where each camera's rotation and translation blocks lie in a problem.
+using PoseBlocks = std::map<int, std::pair<const double*, const double*>>;
+
+// Ceres' covariance of the cameras' blocks in their tangent spaces, times the residual
+// variance 2 cost / dof; false when Ceres finds the problem rank deficient.
+bool scaledCovariances(ceres::Problem& problem, const PoseBlocks& cameras, double cost, double dof,
+                       std::map<int, Eigen::Matrix3d>& rotation, std::map<int, Eigen::Matrix3d>& translation) {
+    std::vector<std::pair<const double*, const double*>> wanted;
+    for (const auto& [camera, blocks] : cameras) {
+        wanted.push_back({blocks.first, blocks.first});
+        wanted.push_back({blocks.second, blocks.second});
+    }
+    ceres::Covariance::Options options;
+    options.algorithm_type = ceres::DENSE_SVD;
+    ceres::Covariance covariance(options);
+    if (!covariance.Compute(wanted, &problem)) return false;
+    const double variance = dof > 0 ? 2.0 * cost / dof : std::numeric_limits<double>::quiet_NaN();
+    for (const auto& [camera, blocks] : cameras) {
+        Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
+        covariance.GetCovarianceBlockInTangentSpace(blocks.first, blocks.first, r.data());
+        covariance.GetCovarianceBlockInTangentSpace(blocks.second, blocks.second, t.data());
+        rotation[camera] = variance * r;
+        translation[camera] = variance * t;
+    }
+    return true;
+}
+
 // Covariance of every camera's pose in the tangent space of the final solve, times the
 // residual variance; false when the problem is not finite or Ceres finds it rank deficient.
 // Classic: every keypoint pair both ways round, each joint counted twice.
@@ -87,12 +114,9 @@ bool classicCovariances(const calib::SolveRecord& record, std::map<int, Eigen::M
     calib::PairProblem fast(record.pairs, poses, record.robust, 2, record.reference);
     fast.evaluator().setWeighted(record.weighted);
     ceres::Problem& problem = fast.problem();
-    std::vector<std::pair<const double*, const double*>> wanted;
-    for (auto& [camera, pose] : poses) {
-        if (camera == record.reference || !problem.HasParameterBlock(pose->q)) continue;
-        wanted.push_back({pose->q, pose->q});
-        wanted.push_back({pose->t, pose->t});
-    }
+    PoseBlocks wanted;
+    for (auto& [camera, pose] : poses)
+        if (camera != record.reference && problem.HasParameterBlock(pose->q)) wanted[camera] = {pose->q, pose->t};
     calib::PairEvaluator& evaluator = fast.evaluator();
     evaluator.PrepareForEvaluation(true, true);
     double cost = 0;
@@ -102,22 +126,8 @@ bool classicCovariances(const calib::SolveRecord& record, std::map<int, Eigen::M
         if (!block.finite || !block.residual.allFinite() || !block.jacobian.allFinite()) return false;
         cost += 0.5 * block.residual.squaredNorm();
     }
-
-    ceres::Covariance::Options options;
-    options.algorithm_type = ceres::DENSE_SVD;
-    ceres::Covariance covariance(options);
-    if (!covariance.Compute(wanted, &problem)) return false;
-    const double dof = 3.0 * record.residualBlocks - 6.0 * double(wanted.size() / 2);
-    const double variance = dof > 0 ? 2.0 * cost / dof : std::numeric_limits<double>::quiet_NaN();
-    for (auto& [camera, pose] : poses) {
-        if (camera == record.reference || !problem.HasParameterBlock(pose->q)) continue;
-        Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
-        covariance.GetCovarianceBlockInTangentSpace(pose->q, pose->q, r.data());
-        covariance.GetCovarianceBlockInTangentSpace(pose->t, pose->t, t.data());
-        rotation[camera] = variance * r;
-        translation[camera] = variance * t;
-    }
-    return true;
+    return scaledCovariances(problem, wanted, cost, 3.0 * record.residualBlocks - 6.0 * double(wanted.size()),
+                             rotation, translation);
 }
 
 // Refined: the same plain distances, each joint once, from the sums its chunks keep (they
@@ -153,44 +163,26 @@ bool refinedCovariances(const calib::SolveRecord& record, std::map<int, Eigen::M
         calib::CameraUnknowns& b = *block.at(pair.cameraB);
         problem.AddResidualBlock(new calib::PairMomentCost(pair), nullptr, a.q, a.t, &a.bias, b.q, b.t, &b.bias);
     }
-    ceres::Manifold* manifold = new ceres::EigenQuaternionManifold;
-    std::vector<std::pair<const double*, const double*>> wanted;
+    PoseBlocks wanted;
     for (auto& [camera, pointer] : block) {
         calib::CameraUnknowns& u = *pointer;
         if (!problem.HasParameterBlock(u.q)) continue;
-        problem.SetManifold(u.q, manifold);
+        problem.SetManifold(u.q, new ceres::EigenQuaternionManifold);
         problem.SetParameterBlockConstant(&u.bias);
         if (camera == record.reference) {
             problem.SetParameterBlockConstant(u.q);
             problem.SetParameterBlockConstant(u.t);
         } else {
-            wanted.push_back({u.q, u.q});
-            wanted.push_back({u.t, u.t});
+            wanted[camera] = {u.q, u.t};
         }
     }
-    if (wanted.empty()) {
-        delete manifold;
-        return false;
-    }
+    if (wanted.empty()) return false;
     double cost = 0;
     // The SVD below has no answer for a non-finite matrix; no figure beats a crash.
     if (!problem.Evaluate(ceres::Problem::EvaluateOptions(), &cost, nullptr, nullptr, nullptr) || !std::isfinite(cost))
         return false;
-    ceres::Covariance::Options options;
-    options.algorithm_type = ceres::DENSE_SVD;
-    ceres::Covariance covariance(options);
-    if (!covariance.Compute(wanted, &problem)) return false;
-    const double dof = 3.0 * double(joints) - 6.0 * double(wanted.size() / 2);
-    const double variance = dof > 0 ? 2.0 * cost / dof : std::numeric_limits<double>::quiet_NaN();
-    for (auto& [camera, u] : block) {
-        if (camera == record.reference || !problem.HasParameterBlock(u->q)) continue;
-        Eigen::Matrix<double, 3, 3, Eigen::RowMajor> r, t;
-        covariance.GetCovarianceBlockInTangentSpace(u->q, u->q, r.data());
-        covariance.GetCovarianceBlockInTangentSpace(u->t, u->t, t.data());
-        rotation[camera] = variance * r;
-        translation[camera] = variance * t;
-    }
-    return true;
+    return scaledCovariances(problem, wanted, cost, 3.0 * double(joints) - 6.0 * double(wanted.size()), rotation,
+                             translation);
 }
 
 bool poseCovariances(const calib::SolveRecord& record, std::map<int, Eigen::Matrix3d>& rotation,
