@@ -69,6 +69,9 @@ CalibrationReport refinedResiduals(const SkeletonMulticameraCalibration& half) {
 bool solveHalf(const SkeletonMulticameraCalibration& solved, bool later, HalfSolve& out) {
     SkeletonMulticameraCalibration half;
     half.options = solved.options;
+    // The halves are compared in the reference camera's frame; levelling only turns the
+    // room, which they never read.
+    half.options.levelFloor = false;
     half.state = solved.state;
     const size_t middle = solved.frames.size() / 2;
     half.frames = later ? solved.frames.slice(middle, solved.frames.size()) : solved.frames.slice(0, middle);
