@@ -200,4 +200,13 @@ FrameStore FrameStore::slice(size_t first, size_t last) const {
     return part;
 }
 
+size_t FrameStore::chunkStartNear(size_t index) const {
+    size_t from = 0, best = 0;
+    for (const auto& chunk : chunks_) {
+        if ((from > index ? from - index : index - from) < (best > index ? best - index : index - best)) best = from;
+        from += chunk->frames().size();
+    }
+    return best;
+}
+
 }  // namespace calib
