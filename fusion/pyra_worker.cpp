@@ -97,7 +97,7 @@ void PyraWorker::run() {
     console::trace() << camera.getCameraInformation().serial_number << " START RUN Pyra ";
 
     std::string pendingError;
-    while (running && pendingError.empty()) {
+    while (running && !stopRequested && pendingError.empty()) {
         const lum::ERROR_CODE grabbed = camera.grab(runtime);
         if (grabbed == lum::ERROR_CODE::SUCCESS)
             camera.retrieveBodies(bodies, bodyRuntime, 0);
@@ -106,7 +106,7 @@ void PyraWorker::run() {
     }
 
     // A stop request wins over an error seen on the way out: nobody is left to read the box.
-    if (!pendingError.empty() && running) {
+    if (!pendingError.empty() && running && !stopRequested) {
         const QString serial = QString::number(camera.getCameraInformation().serial_number);
         const QString error = QString::fromStdString(pendingError);
         showAndWait({QString("SN%1: %2").arg(serial, error),
@@ -120,7 +120,7 @@ void PyraWorker::run() {
 
 void PyraWorker::showAndWait(const PromptMessage& message) {
     auto box = prompts->show(message);
-    while (running && box->isVisible()) {
+    while (running && !stopRequested && box->isVisible()) {
         msleep(500);
         QCoreApplication::processEvents();
     }
@@ -128,6 +128,7 @@ void PyraWorker::showAndWait(const PromptMessage& message) {
 
 void PyraWorker::close() {
     if (!isRunning()) return;
+    stopRequested = true;
     running = false;
     msleep(100);
     wait();

@@ -34,6 +34,8 @@ private:
     void showAndWait(const PromptMessage& message);
 
     std::atomic<bool> running{false};
+    // Set by close() and seen by a run() that begins only after it, which must not loop.
+    std::atomic<bool> stopRequested{false};
     // Held by run() for its whole body. Taken after QThread::wait() too, so the end of the
     // loop is ordered before the camera is closed in a way thread checkers can see.
     std::mutex loopMutex;
