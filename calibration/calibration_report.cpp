@@ -149,12 +149,9 @@ bool refinedCovariances(const calib::SolveRecord& record, std::map<int, Eigen::M
     size_t next = 0;
     for (const auto& [camera, u] : unknowns) block[camera] = &blocks[next++];
     std::vector<calib::MomentPart> parts;
+    for (const auto& chunk : record.chunks) parts.push_back({chunk->framePairs(), 0, size_t(-1), &chunk->moments()});
     size_t joints = 0;
-    for (const auto& chunk : record.chunks) {
-        parts.push_back({chunk->framePairs(), 0, size_t(-1), &chunk->moments()});
-        for (const calib::FramePair& pair : chunk->framePairs())
-            if (unknowns.count(pair.cameraA) && unknowns.count(pair.cameraB)) joints += pair.joints.size();
-    }
+    calib::forEachSolvedFramePair(record, [&joints](const calib::FramePair& pair) { joints += pair.joints.size(); });
     const std::vector<calib::PairMoments> moments =
         calib::sumMoments(parts, unknowns, calib::RefinedOptions(), calib::MomentWeights::Identity, 1);
     ceres::Problem problem;

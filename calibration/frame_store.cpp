@@ -200,13 +200,14 @@ FrameStore FrameStore::slice(size_t first, size_t last) const {
     return part;
 }
 
-size_t FrameStore::chunkStartNear(size_t index) const {
+size_t FrameStore::chunkStartNear(size_t index, size_t within) const {
+    auto distance = [index](size_t at) { return at > index ? at - index : index - at; };
     size_t from = 0, best = 0;
     for (const auto& chunk : chunks_) {
-        if ((from > index ? from - index : index - from) < (best > index ? best - index : index - best)) best = from;
+        if (distance(from) < distance(best)) best = from;
         from += chunk->frames().size();
     }
-    return best;
+    return distance(best) <= within ? best : index;
 }
 
 }  // namespace calib

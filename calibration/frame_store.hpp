@@ -116,9 +116,10 @@ public:
     // The frames from the `first`-th (in time) up to but excluding the `last`-th, as a store
     // of their own; whole chunks are shared, not copied.
     FrameStore slice(size_t first, size_t last) const;
-    // The index of the chunk start nearest to `index`: a slice cut there shares every
-    // chunk whole, with the joints and sums it already gathered.
-    size_t chunkStartNear(size_t index) const;
+    // The index of the chunk start nearest to `index` when it lies within `within` of it,
+    // else `index`: a slice cut there shares every chunk whole, with the joints and sums
+    // it already gathered.
+    size_t chunkStartNear(size_t index, size_t within) const;
 
 private:
     void thin(size_t count);

@@ -75,8 +75,7 @@ bool solveHalf(const SkeletonMulticameraCalibration& solved, bool later, HalfSol
     half.state = solved.state;
     // Cut where a chunk starts, when one lies near the middle: each half then reads whole
     // chunks, gathered and summed before, instead of gathering and summing a cut one anew.
-    const size_t size = solved.frames.size(), near = solved.frames.chunkStartNear(size / 2);
-    const size_t middle = (near > size / 2 ? near - size / 2 : size / 2 - near) <= size / 16 ? near : size / 2;
+    const size_t middle = solved.frames.chunkStartNear(solved.frames.size() / 2, solved.frames.size() / 16);
     half.frames = later ? solved.frames.slice(middle, solved.frames.size()) : solved.frames.slice(0, middle);
     if (half.frames.size() < kMinimumHalfFrames || !half.calibrate()) return false;
     out.poses = half.state.poses;

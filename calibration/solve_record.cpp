@@ -26,24 +26,20 @@ SolvedPairCounts countSolvedPairs(const SolveRecord& record) {
         }
         return counts;
     }
-    for (const auto& chunk : record.chunks) {
-        for (const FramePair& pair : chunk->framePairs()) {
-            if (!record.posed.count(pair.cameraA) || !record.posed.count(pair.cameraB)) continue;
-            ++counts.frames[{pair.cameraA, pair.cameraB}];
-            ++counts.frames[{pair.cameraB, pair.cameraA}];
-            counts.blocks[pair.cameraA] += 2 * int(pair.joints.size());
-            counts.blocks[pair.cameraB] += 2 * int(pair.joints.size());
-        }
-    }
+    forEachSolvedFramePair(record, [&counts](const FramePair& pair) {
+        ++counts.frames[{pair.cameraA, pair.cameraB}];
+        ++counts.frames[{pair.cameraB, pair.cameraA}];
+        counts.blocks[pair.cameraA] += 2 * int(pair.joints.size());
+        counts.blocks[pair.cameraB] += 2 * int(pair.joints.size());
+    });
     return counts;
 }
 
 bool hasSolvedPairs(const SolveRecord& record) {
     if (record.pairs) return true;
-    for (const auto& chunk : record.chunks)
-        for (const FramePair& pair : chunk->framePairs())
-            if (record.posed.count(pair.cameraA) && record.posed.count(pair.cameraB) && !pair.joints.empty()) return true;
-    return false;
+    bool any = false;
+    forEachSolvedFramePair(record, [&any](const FramePair& pair) { any = any || !pair.joints.empty(); });
+    return any;
 }
 
 }  // namespace calib

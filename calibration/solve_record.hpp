@@ -52,6 +52,15 @@ struct PlacedCamera {
 };
 std::map<int, PlacedCamera> placedCameras(const std::map<int, PoseStruct>& poses, const std::map<int, double>& biases);
 
+// Refined: calls visit(pair) for every frame pair the solve read, those between cameras
+// that had a pose.
+template <class Visit>
+void forEachSolvedFramePair(const SolveRecord& record, Visit&& visit) {
+    for (const auto& chunk : record.chunks)
+        for (const FramePair& pair : chunk->framePairs())
+            if (record.posed.count(pair.cameraA) && record.posed.count(pair.cameraB)) visit(pair);
+}
+
 // Calls visit(cameraA, cameraB, a, b, keypoint, sides) for every joint the solve used:
 // `sides` 2 where one call stands for both cameras' sides of the joint (Refined), 1 where
 // each side comes as a call of its own (Classic's pairs both ways round).
@@ -62,12 +71,9 @@ void forEachSolvedJoint(const SolveRecord& record, Visit&& visit) {
             for (const KeypointPair& p : pair.pairs) visit(pair.cameraA, pair.cameraB, p.a, p.b, p.keypoint, 1);
         return;
     }
-    for (const auto& chunk : record.chunks) {
-        for (const FramePair& pair : chunk->framePairs()) {
-            if (!record.posed.count(pair.cameraA) || !record.posed.count(pair.cameraB)) continue;
-            for (const JointPair& joint : pair.joints) visit(pair.cameraA, pair.cameraB, joint.a, joint.b, joint.keypoint, 2);
-        }
-    }
+    forEachSolvedFramePair(record, [&visit](const FramePair& pair) {
+        for (const JointPair& joint : pair.joints) visit(pair.cameraA, pair.cameraB, joint.a, joint.b, joint.keypoint, 2);
+    });
 }
 
 // Calls visit(cameraA, cameraB, a, b, keypoint) for every joint the solve used, once from
