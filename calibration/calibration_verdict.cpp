@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -59,6 +60,29 @@ bool apart(double degrees, double millimetres, const ReadinessThresholds& t) {
     return degrees > t.movedApartDeg || millimetres > t.movedApartMm;
 }
 
+bool halvesKnown(const CameraUncertainty& u) { return std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm); }
+
+// How far the two halves put the joints the camera sees: the shift, and the turn carried
+// out to the depth it sees people at.
+double halvesApartAtJointsMm(const CameraUncertainty& u) {
+    const double depthMm = std::isfinite(u.viewDepthMm) ? u.viewDepthMm : 0.0;
+    return std::hypot(u.halvesApartMm, depthMm * u.halvesApartDeg * M_PI / 180.0);
+}
+
+// The halves of a short or lopsided walk disagree for every camera alike; a camera that
+// moved disagrees far more than its peers. With no peer, the halves alone decide.
+bool apartBeyondPeers(const CameraCalibrationReport& camera, const CalibrationReport& report,
+                      const ReadinessThresholds& t) {
+    std::vector<double> peers;
+    for (const CameraCalibrationReport& other : report.cameras)
+        if (other.camera != camera.camera && halvesKnown(other.uncertainty))
+            peers.push_back(halvesApartAtJointsMm(other.uncertainty));
+    if (peers.empty()) return true;
+    // The lower median: with two peers, one of them moved too must not hide this one.
+    std::nth_element(peers.begin(), peers.begin() + long((peers.size() - 1) / 2), peers.end());
+    return halvesApartAtJointsMm(camera.uncertainty) > t.movedApartOverPeers * peers[(peers.size() - 1) / 2];
+}
+
 bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& report, const ReadinessThresholds& t) {
     const CameraUncertainty& u = camera.uncertainty;
     if (!(u.residualGrowth > t.movedResidualGrowth)) return false;
@@ -66,16 +90,14 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
     // one grows most.
     for (const CameraCalibrationReport& other : report.cameras)
         if (other.uncertainty.residualGrowth > u.residualGrowth * 1.05) return false;
-    if (std::isfinite(u.halvesApartDeg) && std::isfinite(u.halvesApartMm))
-        return apart(u.halvesApartDeg, u.halvesApartMm, t);
+    if (halvesKnown(u)) return apart(u.halvesApartDeg, u.halvesApartMm, t) && apartBeyondPeers(camera, report, t);
     // The reference is held still in both halves, so it has no halves of its own; when it
     // moved, every other camera seen from it moved instead. Its residual growing most is
     // not enough on its own: some camera's always grows most.
     int known = 0, moved = 0;
     for (const CameraCalibrationReport& other : report.cameras) {
         const CameraUncertainty& o = other.uncertainty;
-        if (other.camera == camera.camera || !std::isfinite(o.halvesApartDeg) || !std::isfinite(o.halvesApartMm))
-            continue;
+        if (other.camera == camera.camera || !halvesKnown(o)) continue;
         ++known;
         moved += apart(o.halvesApartDeg, o.halvesApartMm, t);
     }

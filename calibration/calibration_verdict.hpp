@@ -20,6 +20,9 @@ struct ReadinessThresholds {
     double movedResidualGrowth = 1.4;
     double movedApartDeg = 0.7;
     double movedApartMm = 20.0;
+    // ... and this many times the lower median of the other cameras' halves, measured where
+    // each sees people (shift and turn together).
+    double movedApartOverPeers = 3.0;
     // A side of the view with fewer of the camera's joints than this is left uncovered.
     double minimumSideShare = 0.15;
 };

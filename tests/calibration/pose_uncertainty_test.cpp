@@ -138,4 +138,36 @@ TEST(CalibrationVerdict, saysWhatIsMissing) {
     EXPECT_EQ(assessCamera(&report.cameras[1], report).readiness, CameraReadiness::Uncertain);
 }
 
+// Figures of two real walks: 22 s of the default room, where every camera's halves are
+// still 30-36 mm apart and one's residual happened to grow most, and the 70 s walk above
+// whose camera 41003 was knocked half-way.
+TEST(CalibrationVerdict, aCameraIsMovedOnlyWhenItsHalvesDisagreeFarMoreThanItsPeers) {
+    auto camera = [](int id, double growth, double apartDeg, double apartMm) {
+        CameraCalibrationReport c = synthetic::cameraReport(id, {{41001, 60}}, 0.2, 15.0);
+        c.uncertainty.residualGrowth = growth;
+        c.uncertainty.halvesApartDeg = apartDeg;
+        c.uncertainty.halvesApartMm = apartMm;
+        c.uncertainty.viewDepthMm = 4000.0;
+        return c;
+    };
+    CalibrationReport early;
+    early.usable = true;
+    early.cameras = {camera(41001, 1.18, NAN, NAN), camera(41002, 1.61, 0.36, 35.7), camera(41003, 1.20, 0.31, 30.9),
+                     camera(41004, 1.19, 0.41, 30.5)};
+    for (const CameraCalibrationReport& c : early.cameras)
+        EXPECT_NE(assessCamera(&c, early).readiness, CameraReadiness::Moved) << c.camera;
+
+    CalibrationReport knocked;
+    knocked.usable = true;
+    knocked.cameras = {camera(41001, 1.35, NAN, NAN), camera(41002, 1.43, 0.25, 15.0), camera(41003, 1.87, 1.39, 86.0),
+                       camera(41004, 1.30, 0.20, 16.0)};
+    EXPECT_EQ(assessCamera(&knocked.cameras[2], knocked).readiness, CameraReadiness::Moved);
+    // A pure turn moves the joints it sees as much as a shift does.
+    knocked.cameras[2].uncertainty.halvesApartMm = 10.0;
+    EXPECT_EQ(assessCamera(&knocked.cameras[2], knocked).readiness, CameraReadiness::Moved);
+    // With no peer to compare with, the halves alone decide.
+    knocked.cameras = {knocked.cameras[0], camera(41003, 1.87, 0.2, 35.0)};
+    EXPECT_EQ(assessCamera(&knocked.cameras[1], knocked).readiness, CameraReadiness::Moved);
+}
+
 }  // namespace
