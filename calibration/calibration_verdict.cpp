@@ -95,13 +95,20 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
     // moved, every other camera seen from it moved instead. Its residual growing most is
     // not enough on its own: some camera's always grows most.
     int known = 0, moved = 0;
+    std::vector<double> others;
     for (const CameraCalibrationReport& other : report.cameras) {
         const CameraUncertainty& o = other.uncertainty;
         if (other.camera == camera.camera || !halvesKnown(o)) continue;
         ++known;
         moved += apart(o.halvesApartDeg, o.halvesApartMm, t);
+        others.push_back(halvesApartAtJointsMm(o));
     }
-    return known > 0 && 2 * moved > known;
+    if (known == 0 || 2 * moved <= known) return false;
+    // Halves that merely disagree put the others apart from one another as much as from
+    // the reference; a moved reference leaves them where they were relative to one another.
+    if (!std::isfinite(u.othersMutualApartMm)) return true;
+    std::nth_element(others.begin(), others.begin() + long((others.size() - 1) / 2), others.end());
+    return others[(others.size() - 1) / 2] > t.movedApartOverPeers * u.othersMutualApartMm;
 }
 
 }  // namespace

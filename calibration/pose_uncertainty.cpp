@@ -105,6 +105,38 @@ double positionApartMm(const SkeletonMulticameraCalibration::PoseStruct& a,
     return 1000.0 * (Eigen::Vector3d(a.t[0], a.t[1], a.t[2]) - Eigen::Vector3d(b.t[0], b.t[1], b.t[2])).norm();
 }
 
+Eigen::Isometry3d cameraToWorld(const SkeletonMulticameraCalibration::PoseStruct& pose) {
+    Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
+    out.linear() = Eigen::Map<const Eigen::Quaterniond>(pose.q).normalized().toRotationMatrix();
+    out.translation() = Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);
+    return out;
+}
+
+// How far the halves put camera b's joints as seen from camera a: the shift of b relative
+// to a, and its turn carried out to the depth b sees people at.
+double mutualApartMm(const Poses& earlier, const Poses& later, int a, int b, double depthMm) {
+    const Eigen::Isometry3d first = cameraToWorld(earlier.at(a)).inverse() * cameraToWorld(earlier.at(b));
+    const Eigen::Isometry3d second = cameraToWorld(later.at(a)).inverse() * cameraToWorld(later.at(b));
+    const double turn = Eigen::AngleAxisd(first.linear().transpose() * second.linear()).angle();
+    return std::hypot(1000.0 * (first.translation() - second.translation()).norm(), depthMm * turn);
+}
+
+// For the reference, which has no halves of its own: the median over pairs of the other
+// cameras of how far the halves put them apart relative to one another.
+double othersMutualApartMm(const Poses& earlier, const Poses& later, const CalibrationReport& report, int reference) {
+    std::vector<const CameraCalibrationReport*> others;
+    for (const CameraCalibrationReport& camera : report.cameras)
+        if (camera.camera != reference && std::isfinite(camera.uncertainty.halvesApartMm)) others.push_back(&camera);
+    std::vector<double> apart;
+    for (size_t i = 0; i < others.size(); ++i)
+        for (size_t j = i + 1; j < others.size(); ++j)
+            apart.push_back(mutualApartMm(earlier, later, others[i]->camera, others[j]->camera,
+                                          std::max(0.0, others[j]->uncertainty.viewDepthMm)));
+    if (apart.empty()) return CameraUncertainty::kUnknown;
+    std::nth_element(apart.begin(), apart.begin() + long(apart.size() / 2), apart.end());
+    return apart[apart.size() / 2];
+}
+
 // `formalShare` 2 where the covariance counted each joint twice (Classic, both ways round).
 double combined(double scale, double formalShare, double formal, double halvesApart, double bias) {
     const double random = formalShare * formal * formal + 0.25 * halvesApart * halvesApart;
@@ -286,6 +318,7 @@ void addPoseUncertainty(const SkeletonMulticameraCalibration& solved, Calibratio
     // relative to the neighbour it is best tied to.
     for (CameraCalibrationReport& camera : report.cameras) {
         if (camera.camera != reference) continue;
+        camera.uncertainty.othersMutualApartMm = othersMutualApartMm(earlier.poses, later.poses, report, reference);
         for (const auto& [other, frames] : camera.framesSharedWith) {
             const CameraCalibrationReport* neighbour = findCamera(report, other);
             if (!neighbour || !std::isfinite(neighbour->uncertainty.positionSigmaMm)) continue;

@@ -56,6 +56,10 @@ struct CameraUncertainty {
     // and the reference together), and how deep its joints are on average.
     double pullSpreadMm = kUnknown;
     double viewDepthMm = kUnknown;
+    // The reference only: how far the two halves put the other cameras' joints relative to
+    // one another (median over pairs). A moved reference moves them all alike, so that
+    // they stay put relative to one another.
+    double othersMutualApartMm = kUnknown;
     ViewCoverage coverage;
 };
 

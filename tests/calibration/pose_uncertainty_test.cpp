@@ -98,6 +98,24 @@ TEST(PoseUncertainty, aCameraKnockedDuringTheWalkReadsMovedAndTheOthersDoNot) {
     }
 }
 
+// The reference is held still in both halves, so its knock shows as every other camera
+// moving alike while they stay put relative to one another.
+TEST(PoseUncertainty, aKnockedReferenceReadsMovedAndTheOthersDoNot) {
+    pyra_sim::Scene scene = pyra_sim::defaultScene();
+    scene.cameras[0].faults.knockAfterSeconds = 35.0;
+    scene.cameras[0].faults.knockRotationDeg = lum::Vector3f(0.f, 2.f, 0.f);
+    scene.cameras[0].faults.knockShift = lum::Vector3f(0.f, 0.f, 0.05f);
+    const simwalk::Walk walk = simwalk::calibrateWalk(scene, 70.0);
+    for (const CameraCalibrationReport& camera : walk.report.cameras) {
+        const CameraAssessment verdict = assessCamera(&camera, walk.report);
+        std::printf("camera %d: growth %.2f, halves %.2f deg %.0f mm, others %.0f mm: %s\n", camera.camera,
+                    camera.uncertainty.residualGrowth, camera.uncertainty.halvesApartDeg,
+                    camera.uncertainty.halvesApartMm, camera.uncertainty.othersMutualApartMm, verdict.advice.c_str());
+        EXPECT_EQ(verdict.readiness == CameraReadiness::Moved, camera.camera == int(scene.cameras[0].serial))
+            << camera.camera;
+    }
+}
+
 TEST(CalibrationVerdict, saysWhatIsMissing) {
     auto camera = [](int id, std::map<int, int> shared, double rotationSigma, double positionSigma) {
         CameraCalibrationReport c = synthetic::cameraReport(id, std::move(shared), rotationSigma, positionSigma);
@@ -156,6 +174,13 @@ TEST(CalibrationVerdict, aCameraIsMovedOnlyWhenItsHalvesDisagreeFarMoreThanItsPe
                      camera(41004, 1.19, 0.41, 30.5)};
     for (const CameraCalibrationReport& c : early.cameras)
         EXPECT_NE(assessCamera(&c, early).readiness, CameraReadiness::Moved) << c.camera;
+    // Nor the reference, whose residual grows most, while the others' halves are as far
+    // apart from one another as from it.
+    early.cameras[0].uncertainty.residualGrowth = 1.7;
+    early.cameras[0].uncertainty.othersMutualApartMm = 40.0;
+    EXPECT_NE(assessCamera(&early.cameras[0], early).readiness, CameraReadiness::Moved);
+    early.cameras[0].uncertainty.othersMutualApartMm = 10.0;
+    EXPECT_EQ(assessCamera(&early.cameras[0], early).readiness, CameraReadiness::Moved);
 
     CalibrationReport knocked;
     knocked.usable = true;
