@@ -31,6 +31,7 @@ public:
     // which moved still read Moved until they are placed again.
     void annotate(CalibrationReport& report) const;
     const std::set<int>& reseeding() const { return awaiting_; }
+    bool moved(int camera) const { return moved_.count(camera) > 0; }
 
 private:
     ReseedOptions options_;

@@ -231,7 +231,8 @@ std::optional<CalibrationReport> FusionWorker::takeSolvedCalibration() {
     addClocks(report);
     mergeSolvedCalibration(calibration, std::move(*solved));
     // Before the next solve starts, so that it already places the camera anew.
-    for (int camera : reseeds.review(report)) reseedCamera(camera);
+    for (int camera : reseeds.review(report))
+        reseedCamera(camera, reseeds.moved(camera) ? "it moved" : "its residual stays far above its peers'");
     reseeds.annotate(report);
     if (usable) {
         SharedData& shared = SharedData::getInstance();
@@ -242,8 +243,8 @@ std::optional<CalibrationReport> FusionWorker::takeSolvedCalibration() {
     return report;
 }
 
-void FusionWorker::reseedCamera(int camera) {
-    console::trace() << "re-seeding " << camera;
+void FusionWorker::reseedCamera(int camera, const char* why) {
+    console::trace() << "re-seeding " << camera << ": " << why;
     // Everything it saw so far was seen from where it may no longer stand.
     calibration.frames.dropCamera(camera, lum::Timestamp(std::numeric_limits<uint64_t>::max()));
     calibration.state.poses.erase(camera);
@@ -264,7 +265,7 @@ void FusionWorker::reseedStarvedCamera() {
     std::set<int> starved;
     for (int camera : pairingWatch.starved())
         if (associator.poseContradicted(camera)) starved.insert(camera);
-    for (int camera : reseeds.reviewStarved(starved)) reseedCamera(camera);
+    for (int camera : reseeds.reviewStarved(starved)) reseedCamera(camera, "its bodies no longer pair through its pose");
 }
 
 // The raw skeletons arrive in each camera's own frame while calibrating; drawn through

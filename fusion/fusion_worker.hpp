@@ -185,7 +185,7 @@ private:
     // The cameras the solves placed, at their poses; under workerMutex.
     std::vector<lum::FusionConfiguration> placedConfigurations();
     // Drops `camera`'s frames and pose: the next solves place it anew from pose-free pairings.
-    void reseedCamera(int camera);
+    void reseedCamera(int camera, const char* why);
     // Finds anew a camera that keeps seeing people no body of which pairs through its pose.
     void reseedStarvedCamera();
     void showThroughCalibration();
