@@ -69,18 +69,19 @@ double halvesApartAtJointsMm(const CameraUncertainty& u) {
     return std::hypot(u.halvesApartMm, depthMm * u.halvesApartDeg * M_PI / 180.0);
 }
 
-// The halves of a short or lopsided walk disagree for every camera alike; a camera that
-// moved disagrees far more than its peers. With no peer, the halves alone decide.
-bool apartBeyondPeers(const CameraCalibrationReport& camera, const CalibrationReport& report,
-                      const ReadinessThresholds& t) {
+// The other cameras' halves, measured where each sees people.
+std::vector<double> peersApartAtJointsMm(const CameraCalibrationReport& camera, const CalibrationReport& report) {
     std::vector<double> peers;
     for (const CameraCalibrationReport& other : report.cameras)
         if (other.camera != camera.camera && halvesKnown(other.uncertainty))
             peers.push_back(halvesApartAtJointsMm(other.uncertainty));
-    if (peers.empty()) return true;
-    // The lower median: with two peers, one of them moved too must not hide this one.
-    std::nth_element(peers.begin(), peers.begin() + long((peers.size() - 1) / 2), peers.end());
-    return halvesApartAtJointsMm(camera.uncertainty) > t.movedApartOverPeers * peers[(peers.size() - 1) / 2];
+    return peers;
+}
+
+// The lower median: with two peers, one of them moved too must not hide this one.
+double lowerMedian(std::vector<double> values) {
+    std::nth_element(values.begin(), values.begin() + long((values.size() - 1) / 2), values.end());
+    return values[(values.size() - 1) / 2];
 }
 
 bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& report, const ReadinessThresholds& t) {
@@ -90,25 +91,23 @@ bool hasMoved(const CameraCalibrationReport& camera, const CalibrationReport& re
     // one grows most.
     for (const CameraCalibrationReport& other : report.cameras)
         if (other.uncertainty.residualGrowth > u.residualGrowth * 1.05) return false;
-    if (halvesKnown(u)) return apart(u.halvesApartDeg, u.halvesApartMm, t) && apartBeyondPeers(camera, report, t);
+    const std::vector<double> peers = peersApartAtJointsMm(camera, report);
+    // The halves of a short or lopsided walk disagree for every camera alike; a camera that
+    // moved disagrees far more than its peers. With no peer, the halves alone decide.
+    if (halvesKnown(u))
+        return apart(u.halvesApartDeg, u.halvesApartMm, t) &&
+               (peers.empty() || halvesApartAtJointsMm(u) > t.movedApartOverPeers * lowerMedian(peers));
     // The reference is held still in both halves, so it has no halves of its own; when it
     // moved, every other camera seen from it moved instead. Its residual growing most is
     // not enough on its own: some camera's always grows most.
-    int known = 0, moved = 0;
-    std::vector<double> others;
-    for (const CameraCalibrationReport& other : report.cameras) {
-        const CameraUncertainty& o = other.uncertainty;
-        if (other.camera == camera.camera || !halvesKnown(o)) continue;
-        ++known;
-        moved += apart(o.halvesApartDeg, o.halvesApartMm, t);
-        others.push_back(halvesApartAtJointsMm(o));
-    }
-    if (known == 0 || 2 * moved <= known) return false;
+    int moved = 0;
+    for (const CameraCalibrationReport& other : report.cameras)
+        if (other.camera != camera.camera && halvesKnown(other.uncertainty))
+            moved += apart(other.uncertainty.halvesApartDeg, other.uncertainty.halvesApartMm, t);
+    if (2 * moved <= int(peers.size())) return false;
     // Halves that merely disagree put the others apart from one another as much as from
     // the reference; a moved reference leaves them where they were relative to one another.
-    if (!std::isfinite(u.othersMutualApartMm)) return true;
-    std::nth_element(others.begin(), others.begin() + long((others.size() - 1) / 2), others.end());
-    return others[(others.size() - 1) / 2] > t.movedApartOverPeers * u.othersMutualApartMm;
+    return !std::isfinite(u.othersMutualApartMm) || lowerMedian(peers) > t.movedApartOverPeers * u.othersMutualApartMm;
 }
 
 }  // namespace

@@ -105,32 +105,33 @@ double positionApartMm(const SkeletonMulticameraCalibration::PoseStruct& a,
     return 1000.0 * (Eigen::Vector3d(a.t[0], a.t[1], a.t[2]) - Eigen::Vector3d(b.t[0], b.t[1], b.t[2])).norm();
 }
 
-Eigen::Isometry3d cameraToWorld(const SkeletonMulticameraCalibration::PoseStruct& pose) {
-    Eigen::Isometry3d out = Eigen::Isometry3d::Identity();
-    out.linear() = Eigen::Map<const Eigen::Quaterniond>(pose.q).normalized().toRotationMatrix();
-    out.translation() = Eigen::Vector3d(pose.t[0], pose.t[1], pose.t[2]);
-    return out;
-}
-
 // How far the halves put camera b's joints as seen from camera a: the shift of b relative
 // to a, and its turn carried out to the depth b sees people at.
-double mutualApartMm(const Poses& earlier, const Poses& later, int a, int b, double depthMm) {
-    const Eigen::Isometry3d first = cameraToWorld(earlier.at(a)).inverse() * cameraToWorld(earlier.at(b));
-    const Eigen::Isometry3d second = cameraToWorld(later.at(a)).inverse() * cameraToWorld(later.at(b));
-    const double turn = Eigen::AngleAxisd(first.linear().transpose() * second.linear()).angle();
-    return std::hypot(1000.0 * (first.translation() - second.translation()).norm(), depthMm * turn);
+double mutualApartMm(const std::map<int, calib::PlacedCamera>& earlier, const std::map<int, calib::PlacedCamera>& later,
+                     int a, int b, double depthMm) {
+    const auto relative = [a, b](const std::map<int, calib::PlacedCamera>& placed) {
+        const calib::PlacedCamera &from = placed.at(a), &to = placed.at(b);
+        return std::make_pair(Eigen::Matrix3d(from.rotation.transpose() * to.rotation),
+                              Eigen::Vector3d(from.rotation.transpose() * (to.translation - from.translation)));
+    };
+    const auto [firstTurn, firstShift] = relative(earlier);
+    const auto [secondTurn, secondShift] = relative(later);
+    const double turn = Eigen::AngleAxisd(firstTurn.transpose() * secondTurn).angle();
+    return std::hypot(1000.0 * (firstShift - secondShift).norm(), depthMm * turn);
 }
 
 // For the reference, which has no halves of its own: the median over pairs of the other
 // cameras of how far the halves put them apart relative to one another.
 double othersMutualApartMm(const Poses& earlier, const Poses& later, const CalibrationReport& report, int reference) {
+    const std::map<int, calib::PlacedCamera> first = calib::placedCameras(earlier, {});
+    const std::map<int, calib::PlacedCamera> second = calib::placedCameras(later, {});
     std::vector<const CameraCalibrationReport*> others;
     for (const CameraCalibrationReport& camera : report.cameras)
         if (camera.camera != reference && std::isfinite(camera.uncertainty.halvesApartMm)) others.push_back(&camera);
     std::vector<double> apart;
     for (size_t i = 0; i < others.size(); ++i)
         for (size_t j = i + 1; j < others.size(); ++j)
-            apart.push_back(mutualApartMm(earlier, later, others[i]->camera, others[j]->camera,
+            apart.push_back(mutualApartMm(first, second, others[i]->camera, others[j]->camera,
                                           std::max(0.0, others[j]->uncertainty.viewDepthMm)));
     if (apart.empty()) return CameraUncertainty::kUnknown;
     std::nth_element(apart.begin(), apart.begin() + long(apart.size() / 2), apart.end());
